@@ -1,0 +1,24 @@
+// The process-wide tables: they live from library load to unload and grow across compiles.
+#pragma once
+
+#include <cstdint>
+
+#include "api/hash_table.h"
+#include "api/strings.h"
+
+extern HashTable BuiltInFunctionTable;   // RefString payloads keyed by NameHash
+extern PtrArray NameArray;               // entry i is the text of name id i
+extern PtrArray GlobalStringList;        // PatchRecord*
+extern PtrArray GlobalVarList;           // PatchRecord*
+extern PtrArray GlobalFuncList;          // PatchRecord*
+extern PtrArray GlobalFunctionRecords;   // FunctionRecord* (the unit's fourth list)
+
+// The index of the first NameArray entry below count whose text equals `text`, or -1.
+// Answers as a front-to-back strcmp scan would, through an index kept in step with the array.
+int32_t FindName(const char* text);
+// Appends the pointer itself (not a copy) and returns its index.
+int32_t PushName(const char* text);
+// VeltJS_AddName's placement rules; count never changes.
+void PlaceName(const char* name, int32_t index);
+// True when the built-in table holds this name (same hash, same text in the first hash match).
+bool IsBuiltInFunction(const char* name);

@@ -1,0 +1,210 @@
+#include "api/strings.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+void* CheckedMalloc(size_t size) {
+    void* block = std::malloc(size == 0 ? 1 : size);
+    if (!block) throw std::bad_alloc();
+    return block;
+}
+
+void* CheckedCalloc(size_t count, size_t size) {
+    void* block = std::calloc(count == 0 ? 1 : count, size == 0 ? 1 : size);
+    if (!block) throw std::bad_alloc();
+    return block;
+}
+
+char* CheckedStrdup(const char* text) {
+    size_t length = std::strlen(text);
+    char* copy = static_cast<char*>(CheckedMalloc(length + 1));
+    std::memcpy(copy, text, length + 1);
+    return copy;
+}
+
+RefString* AdoptRefString(char* text) {
+    RefString* string = static_cast<RefString*>(CheckedMalloc(sizeof(RefString)));
+    string->text = text;
+    string->refs = 1;
+    return string;
+}
+
+RefString* NewRefString(const char* text) {
+    return AdoptRefString(CheckedStrdup(text ? text : ""));
+}
+
+RefString* NewPaddedRefString(const char* text, uint32_t padding) {
+    size_t length = std::strlen(text);
+    char* copy = static_cast<char*>(CheckedMalloc(length + 1 + padding));
+    std::memcpy(copy, text, length);
+    std::memset(copy + length, 0, padding + 1);
+    return AdoptRefString(copy);
+}
+
+RefString* RetainRefString(RefString* string) {
+    if (string) string->refs++;
+    return string;
+}
+
+void ReleaseRefString(RefString* string) {
+    if (!string) return;
+    if (string->refs-- == 1) {
+        std::free(string->text);
+        string->text = nullptr;
+    }
+}
+
+RefString** NewRefHandle(RefString* string) {
+    RefString** handle = static_cast<RefString**>(CheckedMalloc(sizeof(RefString*)));
+    *handle = string;
+    return handle;
+}
+
+static void GrowTo(StringBuilder& builder, int64_t capacity) {
+    if (capacity > INT32_MAX) throw std::bad_alloc();
+    char* text = static_cast<char*>(CheckedMalloc(static_cast<size_t>(capacity)));
+    if (builder.text) {
+        std::memcpy(text, builder.text, static_cast<size_t>(builder.capacity));
+        std::free(builder.text);
+    }
+    builder.text = text;
+    builder.capacity = static_cast<int32_t>(capacity);
+}
+
+static int64_t Room(const StringBuilder& builder) {
+    return static_cast<int64_t>(builder.capacity) - builder.length - 1;
+}
+
+void ReserveText(StringBuilder& builder, uint32_t need) {
+    if (static_cast<int64_t>(need) <= Room(builder)) return;
+    int64_t base = builder.capacity != 0 ? builder.capacity : need;
+    int64_t capacity = base * 3 / 2;
+    if (capacity < static_cast<int64_t>(need) + builder.length) {
+        capacity = (static_cast<int64_t>(need) + builder.length) * 3 / 2;
+    }
+    GrowTo(builder, capacity);
+}
+
+void AppendText(StringBuilder& builder, const char* text) {
+    if (!text) return;
+    size_t length = std::strlen(text);
+    if (length >= INT32_MAX) throw std::bad_alloc();
+    uint32_t need = static_cast<uint32_t>(length + 1);
+    ReserveText(builder, need);
+    std::memcpy(builder.text + builder.length, text, need);
+    builder.length += need - 1;
+}
+
+void AppendFormat(StringBuilder& builder, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    AppendFormatV(builder, format, args);
+    va_end(args);
+}
+
+void AppendFormatV(StringBuilder& builder, const char* format, va_list args) {
+    int64_t formatLength = static_cast<int64_t>(std::strlen(format));
+    int64_t want = formatLength > 16 ? formatLength : 16;
+    ReserveText(builder, static_cast<uint32_t>(want));
+    builder.text[builder.length] = '\0';
+    int64_t minimum = formatLength > 32 ? formatLength : 32;
+    for (;;) {
+        int64_t room = Room(builder);
+        va_list attempt;
+        va_copy(attempt, args);
+        int result = std::vsnprintf(builder.text + builder.length, static_cast<size_t>(room), format, attempt);
+        va_end(attempt);
+        // An encoding error cannot be cured by growing; append nothing rather than loop.
+        if (result < 0) {
+            builder.text[builder.length] = '\0';
+            return;
+        }
+        // The piece fits only when its terminating NUL fits as well.
+        if (result < room) {
+            builder.length += static_cast<uint32_t>(result);
+            return;
+        }
+        // Grow by the builder's rule until the known result fits, then format once more.
+        while (result >= Room(builder)) {
+            int64_t base = builder.capacity != 0 ? builder.capacity : minimum;
+            int64_t capacity = base * 3 / 2;
+            if (capacity < builder.length + minimum) capacity = (builder.length + minimum) * 3 / 2;
+            GrowTo(builder, capacity);
+        }
+    }
+}
+
+void FreeStringBuilder(StringBuilder& builder) {
+    std::free(builder.text);
+    builder.text = nullptr;
+    builder.capacity = 0;
+    builder.length = 0;
+}
+
+static void EnsureReserved(PtrArray& array, int64_t entries) {
+    if (entries <= array.reserved) return;
+    int64_t reserved = array.reserved > 0 ? array.reserved : 8;
+    while (reserved < entries) reserved = reserved * 2;
+    if (reserved > INT32_MAX) throw std::bad_alloc();
+    void** data = static_cast<void**>(CheckedCalloc(static_cast<size_t>(reserved), sizeof(void*)));
+    if (array.data) {
+        std::memcpy(data, array.data, static_cast<size_t>(array.reserved) * sizeof(void*));
+        std::free(array.data);
+    }
+    array.data = data;
+    array.reserved = static_cast<int32_t>(reserved);
+}
+
+void InitPtrArray(PtrArray& array, int32_t capacity) {
+    array.count = 0;
+    array.capacity = capacity;
+    array.data = nullptr;
+    array.reserved = 0;
+    array.dirtyEnd = 0;
+    array.lastGrowth = 0;
+    EnsureReserved(array, capacity + 1);
+}
+
+void ClearPtrArrayTail(PtrArray& array) {
+    if (array.dirtyEnd > array.count) {
+        std::memset(array.data + array.count, 0,
+                    static_cast<size_t>(array.dirtyEnd - array.count) * sizeof(void*));
+    }
+    array.dirtyEnd = array.count;
+}
+
+int32_t PushPtr(PtrArray& array, void* value) {
+    array.lastGrowth = 0;
+    if (array.capacity - array.count < 1) {
+        int64_t grown = static_cast<int64_t>(array.capacity) * 3 / 2;
+        array.lastGrowth = static_cast<int32_t>(grown > array.count + 1 ? grown : array.count + 1);
+        ClearPtrArrayTail(array);
+    }
+    // One spare zero entry past count stays addressable for readers that look one too far.
+    EnsureReserved(array, static_cast<int64_t>(array.count) + 2);
+    int32_t index = array.count;
+    array.data[index] = value;
+    array.count++;
+    if (array.dirtyEnd < array.count) array.dirtyEnd = array.count;
+    return index;
+}
+
+void ReservePtrArray(PtrArray& array, int32_t index) {
+    EnsureReserved(array, static_cast<int64_t>(index) + 2);
+}
+
+void StorePtr(PtrArray& array, int32_t index, void* value) {
+    ReservePtrArray(array, index);
+    array.data[index] = value;
+    if (index >= array.count && index + 1 > array.dirtyEnd) array.dirtyEnd = index + 1;
+}
+
+void FreePtrArray(PtrArray& array) {
+    std::free(array.data);
+    array.data = nullptr;
+    array.count = 0;
+    array.reserved = 0;
+    array.dirtyEnd = 0;
+}

@@ -1,0 +1,69 @@
+// Reference-counted strings, the growable text builder and the growable pointer array.
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+
+#define VELTJS_PRINTF(fmt, args) __attribute__((format(gnu_printf, fmt, args)))
+
+// A shared, reference-counted, NUL-terminated string. Release frees the text but never the
+// record, so a late reader through a stale pointer sees a null text instead of freed memory.
+struct RefString {
+    char* text;
+    uint32_t refs;
+};
+
+// Copies text (null text gives an empty string). refs starts at 1.
+RefString* NewRefString(const char* text);
+// Copies text and appends `padding` zero bytes, so readers may look past the end safely.
+RefString* NewPaddedRefString(const char* text, uint32_t padding);
+// Takes ownership of a malloc'd text.
+RefString* AdoptRefString(char* text);
+RefString* RetainRefString(RefString* string);
+void ReleaseRefString(RefString* string);
+
+// A one-pointer heap cell that holds a RefString; positions and the lexer hold these.
+RefString** NewRefHandle(RefString* string);
+
+struct StringBuilder {
+    char* text;
+    int32_t capacity;
+    uint32_t length;
+};
+
+// Grows by the builder's rule when `need` bytes do not fit beside the text and one spare byte.
+void ReserveText(StringBuilder& builder, uint32_t need);
+// A null text appends nothing.
+void AppendText(StringBuilder& builder, const char* text);
+void AppendFormat(StringBuilder& builder, const char* format, ...) VELTJS_PRINTF(2, 3);
+void AppendFormatV(StringBuilder& builder, const char* format, va_list args) VELTJS_PRINTF(2, 0);
+void FreeStringBuilder(StringBuilder& builder);
+
+// A growable array of pointers. Growth is geometric in memory, but the contents behave as if
+// every push beyond the first `capacity` entries reallocated the array: entries past `count`
+// read as zero afterwards (a host can place names there, which such a push wipes out).
+struct PtrArray {
+    int32_t count;
+    int32_t capacity;         // the size allocated at start; never changes
+    void** data;
+    int32_t reserved;         // entries really allocated (always more than count)
+    int32_t dirtyEnd;         // one past the highest entry written at or beyond count
+    int32_t lastGrowth;       // entries a reallocating push would have allocated, else 0
+};
+
+void InitPtrArray(PtrArray& array, int32_t capacity);
+// Returns the index used.
+int32_t PushPtr(PtrArray& array, void* value);
+// Makes entries up to `index` addressable (zeroed), without changing count.
+void ReservePtrArray(PtrArray& array, int32_t index);
+// Wipes entries from count on, as a replacement by a fresh zeroed array does.
+void ClearPtrArrayTail(PtrArray& array);
+// Stores at any index (growing as needed), tracking writes beyond count.
+void StorePtr(PtrArray& array, int32_t index, void* value);
+void FreePtrArray(PtrArray& array);
+
+// Allocation helpers: throw std::bad_alloc on failure.
+void* CheckedMalloc(size_t size);
+void* CheckedCalloc(size_t count, size_t size);
+char* CheckedStrdup(const char* text);

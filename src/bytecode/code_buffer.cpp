@@ -1,0 +1,65 @@
+#include "bytecode/code_buffer.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "api/strings.h"
+
+VMBuffer::~VMBuffer() {
+    std::free(data);
+    data = nullptr;
+}
+
+VMWriteBuffer::~VMWriteBuffer() = default;
+
+VMWriteBuffer* CreateWriteBuffer() {
+    VMWriteBuffer* buffer = new VMWriteBuffer();
+    try {
+        buffer->data = static_cast<uint8_t*>(CheckedMalloc(256));
+    } catch (...) {
+        delete buffer;
+        throw;
+    }
+    buffer->size = 256;
+    buffer->cursor = buffer->data;
+    return buffer;
+}
+
+void WriteWords(VMBuffer& buffer, std::initializer_list<uint32_t> words) {
+    int64_t needed = static_cast<int64_t>(words.size()) * 4;
+    int64_t written = buffer.cursor - buffer.data;
+    if (buffer.size - written < needed) {
+        int64_t size = buffer.size;
+        while (size - written < needed) size *= 2;
+        uint8_t* block = static_cast<uint8_t*>(CheckedMalloc(static_cast<size_t>(size)));
+        std::memcpy(block, buffer.data, static_cast<size_t>(written));
+        // The old block is released at once: nothing refers to it once the copy is made.
+        std::free(buffer.data);
+        buffer.data = block;
+        buffer.size = size;
+        buffer.cursor = block + written;
+    }
+    for (uint32_t word : words) {
+        uint8_t bytes[4] = {static_cast<uint8_t>(word), static_cast<uint8_t>(word >> 8),
+                            static_cast<uint8_t>(word >> 16), static_cast<uint8_t>(word >> 24)};
+        std::memcpy(buffer.cursor, bytes, 4);
+        buffer.cursor += 4;
+    }
+}
+
+void PatchWord(VMBuffer& buffer, int64_t offset, uint32_t word) {
+    uint8_t bytes[4] = {static_cast<uint8_t>(word), static_cast<uint8_t>(word >> 8),
+                        static_cast<uint8_t>(word >> 16), static_cast<uint8_t>(word >> 24)};
+    std::memcpy(buffer.data + offset, bytes, 4);
+}
+
+uint32_t ReadWord(const VMBuffer& buffer, int64_t offset) {
+    const uint8_t* p = buffer.data + offset;
+    return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 | static_cast<uint32_t>(p[2]) << 16 |
+           static_cast<uint32_t>(p[3]) << 24;
+}
+
+void FinishBuffer(VMBuffer& buffer) {
+    buffer.size = buffer.cursor - buffer.data;
+}

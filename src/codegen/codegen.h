@@ -1,0 +1,59 @@
+// The compile routines of the code generator.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "codegen/context.h"
+#include "lexer/tokens.h"
+#include "parser/node.h"
+
+// Variable kinds of the identifier routine.
+enum VarKind : int32_t {
+    VarUnresolved = 0,
+    VarBuiltin = 1,
+    VarLocal = 2,
+    VarSelf = 3,
+    VarMember = 4,
+    VarArgument = 5,
+    VarUnknown = 6,
+};
+
+constexpr uint32_t kWordDupVarCallArg = 0x8605FF12u;
+
+// Expressions: pushes one type (two with withScope). mode null means a local mode of 6.
+void CompileExpression(CodeGenContext& cx, Node* node, bool withScope, int32_t* mode = nullptr);
+
+// Operators.
+void CompileBinaryExpression(CodeGenContext& cx, Node* node);
+void CompileComparison(CodeGenContext& cx, Node* node);
+void CompileCompoundAssignment(CodeGenContext& cx, Node* node);
+void CompileLogicalAnd(CodeGenContext& cx, Node* node);
+void CompileLogicalOr(CodeGenContext& cx, Node* node);
+void CompileConditional(CodeGenContext& cx, Node* node);
+// conv from `type` to .v unless it already is.
+void EmitConvToVariable(CodeGenContext& cx, uint32_t type);
+
+// Literals.
+void CompileObjectLiteral(CodeGenContext& cx, Node* node);
+void CompileArrayLiteral(CodeGenContext& cx, Node* node);
+
+// Driver.
+void CompileProgram(CodeGenContext& cx, Node* firstStatement);
+void CollectVarNames(Node* list, std::vector<RefString*>& names);
+void CompileStatements(CodeGenContext& cx, Node* list, int flag);
+
+// Functions and calls.
+void CompileFunction(CodeGenContext& cx, Node* node, const char* name);
+void CompileCall(CodeGenContext& cx, Node* node, bool withScope);
+void CompileNew(CodeGenContext& cx, Node* node, bool keep);
+
+// Identifiers and assignment.
+void CompileVariable(CodeGenContext& cx, Node* node, int32_t* kind, bool wantObject);
+void CompileStore(CodeGenContext& cx, Node* target, int32_t* kind, uint32_t type);
+void CompileElementRead(CodeGenContext& cx, Node* node, int32_t* kind, bool keepReference);
+void CompileDelete(CodeGenContext& cx, Node* node);
+void CompileAssignment(CodeGenContext& cx, Node* node);
+
+// Statements.
+void CompileStatement(CodeGenContext& cx, Node* node, int flag);

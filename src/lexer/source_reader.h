@@ -1,0 +1,44 @@
+// The source reader: UTF-8 decoding (with its historic shift of 7), positions, \u escapes and
+// character classes.
+#pragma once
+
+#include <cstdint>
+
+#include "api/diagnostics.h"
+#include "api/strings.h"
+
+struct Lexer {
+    SourcePosition position;        // the current position
+    const uint8_t* readPtr;         // next undecoded byte
+    const uint8_t* nextStart;       // first byte of the look-ahead character
+    const uint8_t* currentStart;    // first byte of the current character
+    const uint8_t* end;             // one past the last source byte
+    int64_t length;                 // source length in bytes
+    int32_t tokenKind;
+    int32_t previousKind;
+    SourcePosition tokenPosition;   // line and column of the current token's start
+    RefString** tokenText;          // handle to the current token's text
+    uint32_t current;               // code point of the current character, 0 at the end
+    uint32_t next;                  // code point of the look-ahead character, 0 at the end
+    uint32_t reserved;
+};
+
+// Makes the lexer over a source copy that is padded with zero bytes, primes the two
+// characters and scans the first token (which may report an error).
+Lexer* MakeLexer(RefString* source, RefString* fileName);
+// Zero bytes kept after the source copy, so decoding may read past the end safely.
+constexpr uint32_t kSourcePadding = 8;
+
+void Advance(Lexer* lexer);
+void ResolveEscape(Lexer* lexer);
+// Appends a code point in the extended UTF-8 form (1 to 6 bytes).
+void AppendCodePoint(StringBuilder& builder, uint32_t codePoint);
+
+// utf8proc's general category numbering; code points beyond the tables are Cn (0).
+int32_t CharacterCategory(uint32_t codePoint);
+bool IsWhitespace(uint32_t codePoint);
+bool IsIdentifierStart(uint32_t codePoint);
+bool IsIdentifierPart(uint32_t codePoint);
+bool IsDecimalDigit(uint32_t codePoint);
+bool IsHexDigit(uint32_t codePoint);
+bool IsOctalDigit(uint32_t codePoint);

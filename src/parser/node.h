@@ -1,0 +1,30 @@
+// The syntax tree node. The field order is a layout hosts rely on when they walk the tree.
+#pragma once
+
+#include <cstdint>
+
+#include "api/diagnostics.h"
+#include "api/strings.h"
+
+struct Lexer;
+
+struct Node {
+    uint32_t kind;
+    RefString* text;            // shared, reference counted
+    SourcePosition* position;   // owned copy of the lexer's position when the node was made
+    Node* next;
+    Node* prev;
+    Node* first;
+    Node* last;
+    uint32_t count;
+};
+
+// A node with the given kind that shares `text` and copies `position`.
+Node* MakeNode(uint32_t kind, RefString* text, const SourcePosition* position);
+// A node from the lexer's current token kind, token text and current position.
+Node* MakeTokenNode(Lexer* lexer);
+void AppendChild(Node* parent, Node* child);
+// The subtree as text (never recursing on the host's stack).
+RefString* DumpTree(const Node* node, int level);
+// A copy of a position record sharing its strings.
+SourcePosition* CopyPosition(const SourcePosition* position);

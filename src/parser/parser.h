@@ -1,0 +1,38 @@
+// The recursive-descent parser.
+#pragma once
+
+#include <cstdint>
+
+#include "lexer/source_reader.h"
+#include "parser/node.h"
+
+constexpr uint32_t kParserNoIn = 1;
+
+struct Parser {
+    Lexer* lexer;
+    Node root;                 // the top-level '{' block
+    SourcePosition position;   // copy of the lexer's position when the parser was made
+    uint32_t flags;
+};
+
+// The parser record with its root '{' node (text "{").
+Parser* MakeParser(Lexer* lexer);
+
+void ParseStatement(Parser* parser, Node* parent);
+Node* ParseExpression(Parser* parser);
+Node* ParseAssignment(Parser* parser);
+Node* ParseConditional(Parser* parser);
+Node* ParseLogicalOr(Parser* parser);
+Node* ParseLogicalAnd(Parser* parser);
+Node* ParseBitOr(Parser* parser);
+Node* ParseBitXor(Parser* parser);
+Node* ParseBitAnd(Parser* parser);
+Node* ParseEquality(Parser* parser);
+Node* ParseRelational(Parser* parser);
+Node* ParseShift(Parser* parser);
+Node* ParseAdditive(Parser* parser);
+Node* ParseMultiplicative(Parser* parser);
+Node* ParseUnary(Parser* parser);
+Node* ParseMemberCall(Parser* parser, bool inNew);
+Node* ParsePrimary(Parser* parser);
+void ParseBlock(Parser* parser, Node* parent);
