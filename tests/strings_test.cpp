@@ -1,6 +1,35 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <string>
+
 #include "api/strings.h"
+
+TEST(RefString, NewStringStartsWithOneReference) {
+    RefString* string = NewRefString("abc");
+    EXPECT_STREQ(string->text, "abc");
+    EXPECT_EQ(string->refs, 1u);
+    ReleaseRefString(string);
+    std::free(string);
+}
+
+TEST(RefString, ReleasingTheLastReferenceFreesTheTextButKeepsTheRecord) {
+    RefString* string = NewRefString("abc");
+    RetainRefString(string);
+    ReleaseRefString(string);
+    EXPECT_STREQ(string->text, "abc");
+    ReleaseRefString(string);
+    EXPECT_EQ(string->text, nullptr);
+    EXPECT_EQ(string->refs, 0u);
+    std::free(string);
+}
+
+TEST(RefString, PaddedCopyEndsInZeroBytes) {
+    RefString* string = NewPaddedRefString("ab", 8);
+    for (int i = 2; i < 11; i++) EXPECT_EQ(string->text[i], '\0') << i;
+    ReleaseRefString(string);
+    std::free(string);
+}
 
 TEST(StringBuilder, AppendingEmptyTextToEmptyBuilderAllocatesOneByte) {
     StringBuilder builder{};
@@ -9,4 +38,109 @@ TEST(StringBuilder, AppendingEmptyTextToEmptyBuilderAllocatesOneByte) {
     EXPECT_EQ(builder.length, 0u);
     EXPECT_STREQ(builder.text, "");
     FreeStringBuilder(builder);
+}
+
+TEST(StringBuilder, AppendingNullTextDoesNothing) {
+    StringBuilder builder{};
+    AppendText(builder, nullptr);
+    EXPECT_EQ(builder.text, nullptr);
+    EXPECT_EQ(builder.capacity, 0);
+}
+
+TEST(StringBuilder, AppendTextGrowsByHalfAgainOrToFitTheNeed) {
+    StringBuilder builder{};
+    AppendText(builder, "abc");          // need 4: 4 * 3 / 2 = 6
+    EXPECT_EQ(builder.capacity, 6);
+    AppendText(builder, "d");            // need 2, room 6 - 3 - 1 = 2: fits
+    EXPECT_EQ(builder.capacity, 6);
+    AppendText(builder, "efgh");         // need 5, room 1: 6 * 3 / 2 = 9, not below 5 + 4
+    EXPECT_EQ(builder.capacity, 9);
+    AppendText(builder, "ijklmnopqrstuvwxyz");  // need 19: 9 * 3 / 2 = 13 < 19 + 8, so 27 * 3 / 2
+    EXPECT_EQ(builder.capacity, 40);
+    EXPECT_STREQ(builder.text, "abcdefghijklmnopqrstuvwxyz");
+    EXPECT_EQ(builder.length, 26u);
+    FreeStringBuilder(builder);
+}
+
+TEST(StringBuilder, AppendFormatOnEmptyBuilderReservesSixteen) {
+    StringBuilder builder{};
+    AppendFormat(builder, "%d", 7);      // want 16: 16 * 3 / 2 = 24
+    EXPECT_EQ(builder.capacity, 24);
+    EXPECT_STREQ(builder.text, "7");
+    EXPECT_EQ(builder.length, 1u);
+    FreeStringBuilder(builder);
+}
+
+TEST(StringBuilder, FormattedPieceThatExactlyFillsTheRoomIsGrownAndKeptWhole) {
+    StringBuilder builder{};
+    AppendFormat(builder, "%s", "");     // capacity 24, room 23
+    std::string piece(23, 'x');
+    AppendFormat(builder, "%s", piece.c_str());
+    EXPECT_EQ(std::string(builder.text), piece);
+    EXPECT_EQ(builder.length, 23u);
+    FreeStringBuilder(builder);
+}
+
+TEST(StringBuilder, LongFormattedTextIsKeptWhole) {
+    StringBuilder builder{};
+    std::string piece(100000, 'q');
+    AppendFormat(builder, "<%s>", piece.c_str());
+    EXPECT_EQ(std::string(builder.text), "<" + piece + ">");
+    EXPECT_EQ(builder.length, 100002u);
+    FreeStringBuilder(builder);
+}
+
+TEST(PtrArray, NinthPushReallocatesToTwelveAndTenthAgainToTwelve) {
+    PtrArray array{};
+    InitPtrArray(array, 8);
+    for (intptr_t i = 0; i < 8; i++) {
+        EXPECT_EQ(PushPtr(array, reinterpret_cast<void*>(i + 1)), i);
+        EXPECT_EQ(array.lastGrowth, 0);
+    }
+    PushPtr(array, reinterpret_cast<void*>(9));
+    EXPECT_EQ(array.lastGrowth, 12);
+    EXPECT_EQ(array.capacity, 8);
+    PushPtr(array, reinterpret_cast<void*>(10));
+    EXPECT_EQ(array.lastGrowth, 12);
+    PushPtr(array, reinterpret_cast<void*>(11));
+    PushPtr(array, reinterpret_cast<void*>(12));
+    EXPECT_EQ(array.lastGrowth, 12);
+    PushPtr(array, reinterpret_cast<void*>(13));
+    EXPECT_EQ(array.lastGrowth, 13);
+    EXPECT_EQ(array.count, 13);
+    for (intptr_t i = 0; i < 13; i++) EXPECT_EQ(array.data[i], reinterpret_cast<void*>(i + 1));
+    FreePtrArray(array);
+}
+
+TEST(PtrArray, ReallocatingPushWipesEntriesStoredPastTheCount) {
+    PtrArray array{};
+    InitPtrArray(array, 8);
+    for (intptr_t i = 0; i < 8; i++) PushPtr(array, reinterpret_cast<void*>(i + 1));
+    StorePtr(array, 11, reinterpret_cast<void*>(99));
+    StorePtr(array, 8, reinterpret_cast<void*>(98));
+    PushPtr(array, reinterpret_cast<void*>(9));   // a reallocation: the array is rebuilt
+    EXPECT_EQ(array.data[8], reinterpret_cast<void*>(9));
+    EXPECT_EQ(array.data[11], nullptr);
+    EXPECT_EQ(array.data[9], nullptr);
+    FreePtrArray(array);
+}
+
+TEST(PtrArray, PushWithinTheFirstEightKeepsEntriesStoredPastTheCount) {
+    PtrArray array{};
+    InitPtrArray(array, 8);
+    StorePtr(array, 5, reinterpret_cast<void*>(55));
+    PushPtr(array, reinterpret_cast<void*>(1));
+    EXPECT_EQ(array.data[5], reinterpret_cast<void*>(55));
+    FreePtrArray(array);
+}
+
+TEST(PtrArray, EntryAtTheCountIsAlwaysAddressableAndZero) {
+    PtrArray array{};
+    InitPtrArray(array, 8);
+    for (intptr_t i = 0; i < 1000; i++) {
+        PushPtr(array, reinterpret_cast<void*>(i + 1));
+        ASSERT_EQ(array.data[array.count], nullptr);
+        ASSERT_GT(array.reserved, array.count);
+    }
+    FreePtrArray(array);
 }
