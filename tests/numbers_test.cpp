@@ -219,8 +219,9 @@ TEST(ParseDecimal, HalfwayCasesMatchLibc) {
             case 2: low = static_cast<double>(random() >> 10); break;        // integers near 2^53
             default: low = FromBits(Bits(DBL_MAX) - random() % 1000); break;
         }
-        double high = std::nextafter(low, HUGE_VAL);
-        long double middle = (static_cast<long double>(low) + static_cast<long double>(high)) / 2;
+        // Past DBL_MAX the next step would be 2^1024; that midpoint must round to infinity.
+        long double high = low == DBL_MAX ? std::ldexp(1.0L, 1024) : std::nextafter(low, HUGE_VAL);
+        long double middle = (static_cast<long double>(low) + high) / 2;
         std::snprintf(text, sizeof text, "%.800Le", middle);
         std::string exact(text);
         size_t e = exact.find('e');
