@@ -21,6 +21,21 @@ enum VarKind : int32_t {
 
 constexpr uint32_t kWordDupVarCallArg = 0x8605FF12u;
 
+// Instance selectors in the small field of variable reads and writes.
+enum InstanceSelector : int32_t {
+    SEL_SELF = -1,
+    SEL_BUILTIN_WRITE = -5,
+    SEL_BUILTIN_READ = -6,
+    SEL_MEMBER = -9,
+    SEL_ELEMENT = -10,
+    SEL_UNRESOLVED = -11,
+    SEL_LOCAL = -12,
+    SEL_ARGUMENT = -13,
+    SEL_ELISION = -14,
+};
+// The selector as the 16-bit small field of a word.
+constexpr uint32_t SelectorField(int32_t selector) { return static_cast<uint32_t>(selector) & 0xFFFFu; }
+
 // Expressions: pushes one type (two with withScope). mode null means a local mode of 6.
 void CompileExpression(CodeGenContext& cx, Node* node, bool withScope, int32_t* mode = nullptr);
 
@@ -33,6 +48,8 @@ void CompileLogicalOr(CodeGenContext& cx, Node* node);
 void CompileConditional(CodeGenContext& cx, Node* node);
 // conv from `type` to .v unless it already is.
 void EmitConvToVariable(CodeGenContext& cx, uint32_t type);
+// push.v -11 of the variable "undefined"; pushes no type.
+void EmitPushUndefined(CodeGenContext& cx);
 
 // Literals.
 void CompileObjectLiteral(CodeGenContext& cx, Node* node);

@@ -1,17 +1,225 @@
-// Placeholder until the source reader lands: every source reads as empty.
 #include "lexer/source_reader.h"
 
+#include <cstring>
+
+#include <utf8proc.h>
+
 #include "api/strings.h"
+#include "lexer/scanner.h"
 #include "lexer/tokens.h"
+
+namespace {
+
+constexpr uint32_t kLineFeed = 10;
+constexpr uint32_t kCarriageReturn = 13;
+constexpr uint32_t kBackslash = '\\';
+constexpr uint32_t kLargestCodePoint = 0x10FFFF;
+
+// Bytes at or past `end` read as zero: the padded copy holds zeros there anyway, and this way
+// a caller that forgot the padding still cannot make the decoder read outside the buffer.
+uint32_t ByteAt(const uint8_t* at, const uint8_t* end) { return at < end ? *at : 0; }
+
+uint32_t Continuation(const uint8_t* at, const uint8_t* end) { return ByteAt(at, end) & 0x3F; }
+
+// Decodes one character at `at` and returns its byte length. The three- and four-byte forms
+// shift the lead by 7 instead of 6; this is deliberate, and identifier and string texts, the
+// character classes and every later stage depend on these values.
+uint32_t DecodeCharacter(const uint8_t* at, const uint8_t* end, uint32_t* codePoint) {
+    uint32_t lead = ByteAt(at, end);
+    if (lead < 0x80) {
+        *codePoint = lead;
+        return 1;
+    }
+    if ((lead & 0xF8) == 0xF0) {
+        uint32_t value = ((lead & 0x0F) << 7) + Continuation(at + 1, end);
+        value = (value << 7) + Continuation(at + 2, end);
+        *codePoint = (value << 6) + Continuation(at + 3, end);
+        return 4;
+    }
+    if ((lead & 0xF0) == 0xE0) {
+        uint32_t value = ((lead & 0x0F) << 7) + Continuation(at + 1, end);
+        *codePoint = (value << 6) + Continuation(at + 2, end);
+        return 3;
+    }
+    // Everything else from 0x80 up, a lone continuation byte included, is a two-byte lead.
+    *codePoint = ((lead & 0x1F) << 6) + Continuation(at + 1, end);
+    return 2;
+}
+
+uint32_t HexDigitValue(uint32_t digit) {
+    if (digit >= '0' && digit <= '9') return digit - '0';
+    if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+    return digit - 'A' + 10;
+}
+
+}  // namespace
 
 Lexer* MakeLexer(RefString* source, RefString* fileName) {
     Lexer* lexer = static_cast<Lexer*>(CheckedCalloc(1, sizeof(Lexer)));
-    lexer->position.source = NewRefHandle(RetainRefString(source));
-    lexer->position.fileName = NewRefHandle(RetainRefString(fileName));
+    // One handle cell per string, shared by both position records; each record holds a reference.
+    RefString** sourceHandle = NewRefHandle(RetainRefString(source));
+    RefString** fileHandle = NewRefHandle(RetainRefString(fileName));
+    RetainRefString(source);
+    RetainRefString(fileName);
+    lexer->position.source = sourceHandle;
+    lexer->position.fileName = fileHandle;
     lexer->position.line = 1;
     lexer->position.column = 1;
+    lexer->position.offset = 0;
     lexer->tokenPosition = lexer->position;
+
+    const uint8_t* start = reinterpret_cast<const uint8_t*>(source->text);
+    size_t length = std::strlen(source->text);
+    lexer->readPtr = start;
+    lexer->nextStart = start;
+    lexer->currentStart = start;
+    lexer->end = start + length;
+    lexer->length = static_cast<int64_t>(length);
     lexer->tokenKind = LEX_EOF;
-    lexer->tokenText = NewRefHandle(NewRefString(""));
+    lexer->previousKind = LEX_EOF;
+    lexer->tokenText = NewRefHandle(nullptr);
+    lexer->current = 0;
+    lexer->next = 0;
+    lexer->reserved = 0;
+
+    Advance(lexer);
+    ResolveEscape(lexer);
+    Advance(lexer);
+    ResolveEscape(lexer);
+    ScanToken(lexer);
     return lexer;
 }
+
+void Advance(Lexer* lexer) {
+    lexer->position.offset++;
+    if (lexer->current == kLineFeed) {
+        lexer->position.line++;
+        lexer->position.column = 0;
+    }
+    lexer->current = lexer->next;
+    lexer->currentStart = lexer->nextStart;
+    if (lexer->readPtr < lexer->end) {
+        lexer->nextStart = lexer->readPtr;
+        lexer->readPtr += DecodeCharacter(lexer->readPtr, lexer->end, &lexer->next);
+        lexer->position.column++;
+    } else {
+        lexer->next = 0;
+    }
+    if (lexer->current == kCarriageReturn) {
+        if (lexer->next == kLineFeed) {
+            // CR LF reads as the LF alone.
+            Advance(lexer);
+            ResolveEscape(lexer);
+        } else {
+            lexer->current = kLineFeed;
+        }
+    }
+}
+
+// Only the low byte of the look-ahead is tested, so any code point whose low byte spells a
+// hexadecimal digit continues the escape; deliberate, and without a digit limit.
+void ResolveEscape(Lexer* lexer) {
+    if (lexer->current != kBackslash || (lexer->next != 'u' && lexer->next != 'U')) return;
+    uint32_t value = 0;
+    Advance(lexer);
+    while (IsHexDigit(lexer->next & 0xFF)) {
+        Advance(lexer);
+        value = value * 16 + HexDigitValue(lexer->current & 0xFF);
+    }
+    lexer->current = value;
+}
+
+void AppendCodePoint(StringBuilder& builder, uint32_t codePoint) {
+    ReserveText(builder, 7);
+    uint8_t* out = reinterpret_cast<uint8_t*>(builder.text + builder.length);
+    uint32_t count;
+    if (codePoint <= 0x7F) {
+        out[0] = static_cast<uint8_t>(codePoint);
+        count = 1;
+    } else {
+        uint8_t leadMark;
+        if (codePoint <= 0x7FF) {
+            count = 2;
+            leadMark = 0xC0;
+        } else if (codePoint <= 0xFFFF) {
+            count = 3;
+            leadMark = 0xE0;
+        } else if (codePoint <= 0x1FFFFF) {
+            count = 4;
+            leadMark = 0xF0;
+        } else if (codePoint <= 0x3FFFFFF) {
+            count = 5;
+            leadMark = 0xF8;
+        } else {
+            count = 6;
+            leadMark = 0xFC;
+        }
+        uint32_t rest = codePoint;
+        for (uint32_t i = count - 1; i > 0; i--) {
+            out[i] = static_cast<uint8_t>(0x80 | (rest & 0x3F));
+            rest >>= 6;
+        }
+        out[0] = static_cast<uint8_t>(leadMark | rest);
+    }
+    out[count] = 0;
+    builder.length += count;
+}
+
+int32_t CharacterCategory(uint32_t codePoint) {
+    if (codePoint > kLargestCodePoint) return UTF8PROC_CATEGORY_CN;
+    return utf8proc_category(static_cast<utf8proc_int32_t>(codePoint));
+}
+
+bool IsWhitespace(uint32_t codePoint) {
+    switch (codePoint) {
+        case 9:
+        case 10:
+        case 11:
+        case 12:
+        case 13:
+        case 32:
+        case 160:
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool IsIdentifierStart(uint32_t codePoint) {
+    if (codePoint == '_' || codePoint == '$') return true;
+    switch (CharacterCategory(codePoint)) {
+        case UTF8PROC_CATEGORY_LU:
+        case UTF8PROC_CATEGORY_LL:
+        case UTF8PROC_CATEGORY_LT:
+        case UTF8PROC_CATEGORY_LM:
+        case UTF8PROC_CATEGORY_LO:
+        case UTF8PROC_CATEGORY_NL:
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool IsIdentifierPart(uint32_t codePoint) {
+    if (IsIdentifierStart(codePoint)) return true;
+    // Zero-width non-joiner and joiner.
+    if (codePoint == 8204 || codePoint == 8205) return true;
+    switch (CharacterCategory(codePoint)) {
+        case UTF8PROC_CATEGORY_ND:
+        case UTF8PROC_CATEGORY_MN:
+        case UTF8PROC_CATEGORY_MC:
+        case UTF8PROC_CATEGORY_PC:
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool IsDecimalDigit(uint32_t codePoint) { return codePoint >= '0' && codePoint <= '9'; }
+
+bool IsHexDigit(uint32_t codePoint) {
+    return IsDecimalDigit(codePoint) || (codePoint >= 'a' && codePoint <= 'f') ||
+           (codePoint >= 'A' && codePoint <= 'F');
+}
+
+bool IsOctalDigit(uint32_t codePoint) { return codePoint >= '0' && codePoint <= '7'; }

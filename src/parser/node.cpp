@@ -1,7 +1,11 @@
 #include "parser/node.h"
 
+#include <cstdlib>
+#include <vector>
+
 #include "api/strings.h"
 #include "lexer/source_reader.h"
+#include "lexer/tokens.h"
 
 SourcePosition* CopyPosition(const SourcePosition* position) {
     SourcePosition* copy = static_cast<SourcePosition*>(CheckedMalloc(sizeof(SourcePosition)));
@@ -34,4 +38,71 @@ void AppendChild(Node* parent, Node* child) {
     parent->count++;
 }
 
-RefString* DumpTree(const Node*, int) { return NewRefString(""); }
+namespace {
+
+void AppendIndent(StringBuilder& builder, int level) {
+    for (int i = 0; i < level; i++) AppendText(builder, "  ");
+}
+
+// `[ name="text"` at the node's own indentation.
+void AppendHead(StringBuilder& builder, const Node* node, int level) {
+    AppendIndent(builder, level);
+    AppendText(builder, "[ ");
+    RefString* name = TokenKindName(static_cast<int32_t>(node->kind));
+    AppendText(builder, name->text);
+    ReleaseRefString(name);
+    // The name was made for this call alone, so its record goes with its text.
+    std::free(name);
+    AppendText(builder, "=\"");
+    AppendText(builder, node->text ? node->text->text : nullptr);
+    AppendText(builder, "\"");
+}
+
+void AppendTail(StringBuilder& builder, const Node* node, int level) {
+    if (node->count < 1) {
+        AppendText(builder, " ");
+    } else {
+        AppendText(builder, "\n");
+        AppendIndent(builder, level);
+    }
+    AppendText(builder, "]");
+}
+
+}  // namespace
+
+// Walks the subtree with an explicit stack of open ancestors: trees can be far deeper than
+// the host thread's stack would allow for a recursive walk.
+RefString* DumpTree(const Node* node, int level) {
+    StringBuilder builder{};
+    AppendText(builder, "");
+    std::vector<const Node*> open;
+    const Node* current = node;
+    while (current) {
+        AppendHead(builder, current, level);
+        if (current->first) {
+            AppendText(builder, ", \n");
+            open.push_back(current);
+            current = current->first;
+            level++;
+            continue;
+        }
+        AppendTail(builder, current, level);
+        // Close finished ancestors until one of them has a next sibling to render.
+        for (;;) {
+            if (open.empty()) {
+                current = nullptr;
+                break;
+            }
+            if (current->next) {
+                AppendText(builder, ", \n");
+                current = current->next;
+                break;
+            }
+            current = open.back();
+            open.pop_back();
+            level--;
+            AppendTail(builder, current, level);
+        }
+    }
+    return AdoptRefString(builder.text);
+}

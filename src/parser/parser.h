@@ -8,11 +8,26 @@
 
 constexpr uint32_t kParserNoIn = 1;
 
+// An operator of the binary levels waiting for its operands.
+struct PendingOperator {
+    Node* node;
+    int32_t level;
+    uint32_t arity;   // operands it takes: 2, or more for a flat run
+};
+
 struct Parser {
     Lexer* lexer;
     Node root;                 // the top-level '{' block
     SourcePosition position;   // copy of the lexer's position when the parser was made
     uint32_t flags;
+    // Work stacks of the binary levels, shared by nested expressions: each use takes the part
+    // above where it started, so nesting costs no stack of the host thread here.
+    Node** operands;
+    uint32_t operandCount;
+    uint32_t operandCapacity;
+    PendingOperator* operators;
+    uint32_t operatorCount;
+    uint32_t operatorCapacity;
 };
 
 // The parser record with its root '{' node (text "{").

@@ -1,0 +1,146 @@
+// Functions compiled inline, calls through function values, and `new`.
+#include <cstdlib>
+
+#include "api/globals.h"
+#include "api/strings.h"
+#include "codegen/codegen.h"
+
+namespace {
+
+constexpr uint32_t kUnsetSlot = 0xFFFFFFFFu;
+constexpr uint32_t kInitialFunctionFlags = 4;
+
+// The enclosing code's view of the function: a reference made by the runner from its name index.
+// push.i qualified; conv.i.v; call @@script_ref@@ 1
+void EmitFunctionReference(CodeGenContext& cx, const char* qualifiedName) {
+    uint32_t index = AddFuncAndPatch(cx, qualifiedName);
+    Emit(cx, {MakeWord1(OP_PUSH, TYPE_INT, 0), index});
+    Emit(cx, {MakeWord(OP_CONV, TYPE_INT, TYPE_VARIABLE, 0)});
+    EmitCall(cx, "@@script_ref@@", 1);
+}
+
+// The parameters' name indices in declaration order (null when there are none).
+uint32_t* InternParameters(const Node* parameterList, int32_t* count) {
+    *count = parameterList ? static_cast<int32_t>(parameterList->count) : 0;
+    if (*count == 0) return nullptr;
+    uint32_t* indices = static_cast<uint32_t*>(CheckedMalloc(sizeof(uint32_t) * static_cast<size_t>(*count)));
+    int32_t i = 0;
+    for (const Node* parameter = parameterList->first; parameter; parameter = parameter->next) {
+        indices[i++] = static_cast<uint32_t>(InternName(parameter->text->text));
+    }
+    return indices;
+}
+
+// Releases a finished function's scope; its FunctionRecord lives on in the process-wide list.
+void PopFunctionScope(CodeGenContext& cx) {
+    ScopeRecord* scope = static_cast<ScopeRecord*>(ListPop(cx.scopes));
+    ClearHashTable(scope->vars);
+    ClearHashTable(scope->slots);
+    ClearHashTable(scope->extra);
+    std::free(scope);
+}
+
+// Pops the value's type and converts it to .v unless it already is.
+void PopAsVariable(CodeGenContext& cx) { EmitConvToVariable(cx, PopType(cx)); }
+
+}  // namespace
+
+// b endfunc; body; endcompile: ret; endfunc: push.i name; conv.i.v; call @@script_ref@@ 1
+void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
+    uint8_t savedTopLevel = cx.topLevel;
+    cx.topLevel = 0;
+
+    RefString* qualified = QualifiedName(cx, name);
+    int32_t position = FindFunctionRecord(qualified->text);
+
+    Node* parameterList = node->next;
+    Node* body = parameterList ? parameterList->next : nullptr;
+    int32_t parameterCount = 0;
+    uint32_t* parameters = InternParameters(parameterList, &parameterCount);
+
+    BranchLabel* endFunction = NewLabel("endfunc");
+    BranchLabel* endCompile = NewLabel("endcompile");
+    BranchToLabel(cx, endFunction, OP_B);
+
+    FunctionRecord* record = static_cast<FunctionRecord*>(CheckedCalloc(1, sizeof(FunctionRecord)));
+    record->nameIndex = static_cast<uint32_t>(InternName(qualified->text));
+    record->declaredNameIndex = static_cast<uint32_t>(InternName(name));
+    record->codeOffset = static_cast<uint64_t>(CodeOffset(cx));
+    record->paramCount = parameterCount;
+    record->params = parameters;
+    record->flags = kInitialFunctionFlags;
+    // The name table keeps the pointer it was first given, so the qualified text is kept
+    // whenever this call was the one that added it.
+    const char* qualifiedText = static_cast<const char*>(NameArray.data[record->nameIndex]);
+    if (qualifiedText != qualified->text) ReleaseRefString(qualified);
+
+    ScopeRecord* scope = PushScope(cx, record);
+    DeclareLocal(cx, "arguments", 0, kUnsetSlot);
+    uint32_t slot = 0;
+    for (Node* parameter = parameterList ? parameterList->first : nullptr; parameter; parameter = parameter->next) {
+        DeclareLocal(cx, parameter->text->text, 1, slot++);
+    }
+
+    ListPush(cx.breakTargets, endCompile);
+    if (body) CompileStatement(cx, body, 1);
+    ListPop(cx.breakTargets);
+
+    FillScopeRecord(cx, scope);
+    PopFunctionScope(cx);
+
+    PlaceLabel(cx, endCompile);
+    Emit(cx, {MakeWord1(OP_RET, TYPE_SHORT, 0)});
+    PlaceLabel(cx, endFunction);
+
+    ScopeRecord* enclosing = static_cast<ScopeRecord*>(cx.scopes.last->value);
+    HashInsert(enclosing->extra, name, record);
+    SetFunctionRecord(qualifiedText, position, record);
+
+    EmitFunctionReference(cx, qualifiedText);
+    cx.topLevel = savedTopLevel;
+}
+
+// scope, callee; conv; for each argument from the last: arg; conv; dup.v 0xFF12; call.v count
+void CompileCall(CodeGenContext& cx, Node* node, bool withScope) {
+    Node* callee = node->first;
+    if (callee) CompileExpression(cx, callee, true);
+    PopAsVariable(cx);
+    PopType(cx);
+
+    uint32_t count = 0;
+    for (Node* argument = node->last; argument && argument != callee; argument = argument->prev) {
+        CompileExpression(cx, argument, false);
+        PopAsVariable(cx);
+        Emit(cx, {kWordDupVarCallArg});
+        count++;
+    }
+    Emit(cx, {MakeWord1(OP_CALLV, TYPE_VARIABLE, count & 0xFFFFu)});
+    PushType(cx, TYPE_VARIABLE);
+    if (withScope) {
+        Emit(cx, {MakeWord1(OP_DUP, TYPE_VARIABLE, 0)});
+        PushType(cx, TYPE_VARIABLE);
+    }
+}
+
+// arguments from the last, each conv'd; constructor; conv; call @@new@@ (count + 1)
+void CompileNew(CodeGenContext& cx, Node* node, bool keep) {
+    Node* constructor = node->first;
+    uint32_t count = 0;
+    if (constructor && constructor->kind == '(') {
+        Node* call = constructor;
+        constructor = call->first;
+        for (Node* argument = call->last; argument && argument != constructor; argument = argument->prev) {
+            CompileExpression(cx, argument, false);
+            PopAsVariable(cx);
+            count++;
+        }
+    }
+    if (constructor) CompileExpression(cx, constructor, false);
+    PopAsVariable(cx);
+    EmitCall(cx, "@@new@@", count + 1);
+    PushType(cx, TYPE_VARIABLE);
+    if (keep) {
+        Emit(cx, {MakeWord1(OP_DUP, TYPE_VARIABLE, 0)});
+        PushType(cx, TYPE_VARIABLE);
+    }
+}

@@ -1,0 +1,249 @@
+// References: identifiers, member and element accesses; their reads, stores, delete and simple
+// assignment.
+#include <cstring>
+
+#include "api/crc32.h"
+#include "api/globals.h"
+#include "api/stack_guard.h"
+#include "codegen/codegen.h"
+
+namespace {
+
+constexpr uint32_t kUnsetSlot = 0xFFFFFFFFu;
+// The value-type nibble with which a store is written as a deletion.
+constexpr uint32_t kDeleteType = 8;
+// The type reported for every unknown variable kind, whatever it was (a fixed value, kept).
+constexpr int32_t kReportedUnknownKind = -12;
+constexpr uint32_t kWordDupVar = MakeWord1(OP_DUP, TYPE_VARIABLE, 0);
+constexpr uint32_t kWordDupVarOne = MakeWord1(OP_DUP, TYPE_VARIABLE, 1);
+constexpr uint32_t kWordDupVarElement = MakeWord1(OP_DUP, TYPE_VARIABLE, 0xFF21);
+constexpr uint32_t kWordElementRead = MakeWord(OP_PUSHV, TYPE_VARIABLE, TYPE_VARIABLE, SelectorField(SEL_ELEMENT));
+
+const char* TextOf(const Node* node) { return node && node->text ? node->text->text : nullptr; }
+
+bool IsIdentifier(const Node* node) { return node->kind == LEX_ID || node->kind == LEX_THIS; }
+
+// A this keyword reads as the name "this".
+const char* IdentifierName(const Node* node) { return node->kind == LEX_THIS ? "this" : TextOf(node); }
+
+// What LookupName says about a name, as the identifier routines use it.
+struct Resolution {
+    VarEntry* entry;
+    int32_t depth;
+};
+
+// Resolves VarUnknown: a plain variable is VarLocal, a parameter VarArgument, else VarUnresolved.
+Resolution Resolve(CodeGenContext& cx, const char* name, int32_t* kind) {
+    Resolution result{nullptr, -1};
+    if (*kind != VarUnknown) return result;
+    result.entry = LookupName(cx, name, &result.depth);
+    if (!result.entry) *kind = VarUnresolved;
+    else *kind = result.entry->kind == 0 ? VarLocal : VarArgument;
+    return result;
+}
+
+// 0xA0000000 + depth * 256 | slot
+uint32_t ArgumentOperand(int32_t depth, uint32_t slot) {
+    return (kVarReference + ((static_cast<uint32_t>(depth) & 0xFFu) << 8)) | slot;
+}
+
+// The function declared under `name` in the innermost scope that has one.
+FunctionRecord* FindDeclaredFunction(CodeGenContext& cx, const char* name) {
+    uint32_t hash = NameHash(name);
+    for (ListNode* node = cx.scopes.last; node; node = node->prev) {
+        ScopeRecord* scope = static_cast<ScopeRecord*>(node->value);
+        HashEntry* entry = HashFindFirst(scope->extra, hash);
+        FunctionRecord* record = entry ? static_cast<FunctionRecord*>(entry->value) : nullptr;
+        if (!record || record->declaredNameIndex >= static_cast<uint32_t>(NameArray.count)) continue;
+        const char* declared = static_cast<const char*>(NameArray.data[record->declaredNameIndex]);
+        if (declared && name && std::strcmp(declared, name) == 0) return record;
+    }
+    return nullptr;
+}
+
+int32_t ReadSelector(int32_t kind) {
+    switch (kind) {
+    case VarUnresolved: return SEL_UNRESOLVED;
+    case VarBuiltin: return SEL_BUILTIN_READ;
+    case VarLocal: return SEL_LOCAL;
+    case VarSelf: return SEL_SELF;
+    case VarMember: return SEL_MEMBER;
+    default: return SEL_ARGUMENT;
+    }
+}
+
+// Builtins are read with pushb and written with selector -5, deliberately unlike their -6 read.
+int32_t WriteSelector(int32_t kind) {
+    switch (kind) {
+    case VarUnresolved: return SEL_UNRESOLVED;
+    case VarBuiltin: return SEL_BUILTIN_WRITE;
+    case VarSelf: return SEL_SELF;
+    case VarMember: return SEL_MEMBER;
+    case VarArgument: return SEL_ARGUMENT;
+    default: return SEL_LOCAL;
+    }
+}
+
+// push.v sel name | pushb.v -6 name | push.v -13 depth:slot
+void EmitRead(CodeGenContext& cx, const Node* node, const char* name, int32_t kind, const Resolution& found) {
+    if (kind < VarUnresolved || kind > VarArgument) {
+        ReportError(node->position, "unknown var type when compiling LEX_ID type=%d", kReportedUnknownKind);
+    }
+    uint32_t opcode = kind == VarBuiltin ? OP_PUSHB : OP_PUSH;
+    uint32_t word = MakeWord1(opcode, TYPE_VARIABLE, SelectorField(ReadSelector(kind)));
+    if (kind != VarArgument) {
+        uint32_t index = AddVarAndPatch(cx, name, static_cast<uint32_t>(kind));
+        Emit(cx, {word, index | kVarReference});
+        return;
+    }
+    uint32_t slot = found.entry ? found.entry->slot : kUnsetSlot;
+    if (slot == kUnsetSlot) slot = AddVarAndPatch(cx, name, static_cast<uint32_t>(kind));
+    Emit(cx, {word, ArgumentOperand(found.depth, slot)});
+}
+
+// [call @@This@@ | call @@GlobalScope@@ | dup.v]; read; or the function found by name:
+// push.i qualified; conv.i.v; call @@script_ref@@ 1
+void CompileIdentifier(CodeGenContext& cx, Node* node, int32_t* kind, bool wantObject) {
+    const char* name = IdentifierName(node);
+    if (std::strcmp(name, "other") == 0 || std::strcmp(name, "this") == 0) {
+        *kind = VarMember;
+        EmitCall(cx, name[0] == 'o' ? "@@Other@@" : "@@This@@", 0);
+        if (wantObject) {
+            Emit(cx, {kWordDupVar});
+            PushType(cx, TYPE_VARIABLE);
+        }
+        PushType(cx, TYPE_VARIABLE);
+        return;
+    }
+    Resolution found = Resolve(cx, name, kind);
+    bool foundSomething = found.entry != nullptr;
+    if (*kind != VarLocal && *kind != VarArgument) {
+        foundSomething = HashFindFirst(cx.slotTable, NameHash(name)) != nullptr;
+    }
+    FunctionRecord* function = nullptr;
+    if (!foundSomething) {
+        function = FindDeclaredFunction(cx, name);
+        if (function) *kind = VarLocal;
+        else if (*kind != VarMember) *kind = VarUnresolved;
+    }
+    if (wantObject) {
+        if (*kind != VarMember) EmitCall(cx, IsBuiltInFunction(name) ? "@@This@@" : "@@GlobalScope@@", 0);
+        else Emit(cx, {kWordDupVar});
+        PushType(cx, TYPE_VARIABLE);
+    }
+    if (function) {
+        Emit(cx, {MakeWord1(OP_PUSH, TYPE_INT, 0), function->nameIndex, MakeWord(OP_CONV, TYPE_INT, TYPE_VARIABLE, 0)});
+        EmitCall(cx, "@@script_ref@@", 1);
+    } else {
+        EmitRead(cx, node, name, *kind, found);
+    }
+    PushType(cx, TYPE_VARIABLE);
+}
+
+}  // namespace
+
+// per '.': object; [conv.T.v]; [dup.v]; then the property read with -9 (or the element read)
+void CompileVariable(CodeGenContext& cx, Node* node, int32_t* kind, bool wantObject) {
+    CheckNesting(node->position);
+    while (node->kind == '.') {
+        Node* object = node->first;
+        if (!object || !object->next) ReportError(node->position, "unknown lexical type");
+        CompileExpression(cx, object, false);
+        EmitConvToVariable(cx, PopType(cx));
+        *kind = VarMember;
+        if (wantObject) {
+            Emit(cx, {kWordDupVar});
+            PushType(cx, TYPE_VARIABLE);
+        }
+        node = object->next;
+        wantObject = false;
+    }
+    if (node->kind == '[') {
+        CompileElementRead(cx, node, kind, wantObject);
+    } else if (IsIdentifier(node)) {
+        CompileIdentifier(cx, node, kind, wantObject);
+    } else {
+        ReportError(node->position, "unknown lexical type");
+    }
+}
+
+// index; [conv]; array; [conv]; then dup.v 1; pushv.v -10; dup.v 0xFF21; popz.v (keeping the
+// reference) or pushv.v -10
+void CompileElementRead(CodeGenContext& cx, Node* node, int32_t* kind, bool keepReference) {
+    CheckNesting(node->position);
+    Node* array = node->first;
+    if (array && array->next) CompileExpression(cx, array->next, false);
+    EmitConvToVariable(cx, PopType(cx));
+    if (array) CompileExpression(cx, array, false, kind);
+    EmitConvToVariable(cx, PopType(cx));
+    if (keepReference) {
+        Emit(cx, {kWordDupVarOne, kWordElementRead, kWordDupVarElement, MakeWord1(OP_POPZ, TYPE_VARIABLE, 0)});
+        PushType(cx, TYPE_VARIABLE);
+        PushType(cx, TYPE_VARIABLE);
+        return;
+    }
+    Emit(cx, {kWordElementRead});
+    PushType(cx, TYPE_VARIABLE);
+}
+
+// objects of '.'; then popv.v.T -10 for '[' or pop.v.T sel name / pop.v.T -13 depth:slot
+void CompileStore(CodeGenContext& cx, Node* target, int32_t* kind, uint32_t type) {
+    CheckNesting(target->position);
+    while (target->kind == '.') {
+        Node* object = target->first;
+        if (!object || !object->next) break;
+        CompileExpression(cx, object, false);
+        PopType(cx);
+        *kind = VarMember;
+        target = object->next;
+    }
+    if (target->kind == '[') {
+        Node* array = target->first;
+        if (array && array->next) CompileExpression(cx, array->next, false);
+        EmitConvToVariable(cx, PopType(cx));
+        int32_t arrayKind = VarUnknown;
+        if (array) CompileVariable(cx, array, &arrayKind, false);
+        PopType(cx);
+        Emit(cx, {MakeWord(OP_POPV, TYPE_VARIABLE, type, SelectorField(SEL_ELEMENT))});
+        return;
+    }
+    if (target->kind != LEX_ID) ReportError(target->position, "Assignment error - left hand side is malformed");
+    const char* name = TextOf(target);
+    Resolution found = Resolve(cx, name, kind);
+    uint32_t word = MakeWord(OP_POP, TYPE_VARIABLE, type, SelectorField(WriteSelector(*kind)));
+    if (*kind == VarArgument) {
+        Emit(cx, {word, ArgumentOperand(found.depth, found.entry ? found.entry->slot : kUnsetSlot)});
+        return;
+    }
+    uint32_t index = AddVarAndPatch(cx, name, static_cast<uint32_t>(*kind));
+    Emit(cx, {word, index | kVarReference});
+}
+
+// operand; popz.T; push.b 1; conv.b.v — or a store with value type 8 for a reference
+void CompileDelete(CodeGenContext& cx, Node* node) {
+    CheckNesting(node->position);
+    Node* operand = node->first ? node->first : node->next;
+    if (operand && (operand->kind == LEX_ID || operand->kind == '.' || operand->kind == '[')) {
+        int32_t kind = VarUnknown;
+        CompileStore(cx, operand, &kind, kDeleteType);
+    } else {
+        if (operand) CompileExpression(cx, operand, false);
+        Emit(cx, {MakeWord1(OP_POPZ, PopType(cx), 0)});
+        EmitPushConstant(cx, OP_PUSH, TYPE_BOOL, 1);
+        Emit(cx, {MakeWord(OP_CONV, TYPE_BOOL, TYPE_VARIABLE, 0)});
+    }
+    PushType(cx, TYPE_VARIABLE);
+}
+
+// value; store target; read target (its object expressions are evaluated twice, deliberately)
+void CompileAssignment(CodeGenContext& cx, Node* node) {
+    CheckNesting(node->position);
+    Node* target = node->first;
+    if (!target) ReportError(node->position, "Assignment error - left hand side is malformed");
+    if (target->next) CompileExpression(cx, target->next, false);
+    uint32_t type = PopType(cx);
+    int32_t storeKind = VarUnknown;
+    CompileStore(cx, target, &storeKind, type);
+    int32_t loadKind = VarUnknown;
+    CompileVariable(cx, target, &loadKind, false);
+}

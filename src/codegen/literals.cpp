@@ -1,0 +1,111 @@
+// Object and array literals, built by calls of the runner's @@NewObject@@, @@NewProperty@@ and
+// @@NewArray@@.
+#include <cstdlib>
+
+#include "api/crc32.h"
+#include "api/hash_table.h"
+#include "api/stack_guard.h"
+#include "api/strings.h"
+#include "codegen/codegen.h"
+
+namespace {
+
+constexpr int32_t kAccessorBuckets = 8;
+
+struct AccessorRecord {
+    const char* name;
+    Node* getter;
+    Node* setter;
+};
+
+const char* TextOf(const Node* node) { return node && node->text ? node->text->text : nullptr; }
+
+// The accessor's property name: the text of its name child.
+const char* AccessorName(const Node* accessor) { return TextOf(accessor->first); }
+
+// Records are found by hash alone, deliberately: two names with one hash share a record.
+AccessorRecord* FindOrAddAccessor(HashTable& table, const char* name) {
+    uint32_t hash = NameHash(name);
+    if (HashEntry* entry = HashFindFirst(table, hash)) return static_cast<AccessorRecord*>(entry->value);
+    AccessorRecord* record = static_cast<AccessorRecord*>(CheckedCalloc(1, sizeof(AccessorRecord)));
+    record->name = name;
+    HashInsertHashed(table, hash, record);
+    return record;
+}
+
+void AddAccessor(HashTable& table, Node* child) {
+    const char* name = AccessorName(child);
+    AccessorRecord* record = FindOrAddAccessor(table, name);
+    if (child->kind == LEX_GETTER) {
+        if (record->getter) ReportError(child->position, "getter has already been set for property %s", name);
+        record->getter = child;
+    } else {
+        if (record->setter) ReportError(child->position, "setter has already been set for property %s", name);
+        record->setter = child;
+    }
+}
+
+// value; [conv.T.v]; push.s name; conv.s.v
+void CompilePlainProperty(CodeGenContext& cx, Node* child) {
+    if (child->first) CompileExpression(cx, child->first, false);
+    EmitConvToVariable(cx, PopType(cx));
+    AddStringAndPatch(cx, TextOf(child));
+    Emit(cx, {MakeWord(OP_CONV, TYPE_STRING, TYPE_VARIABLE, 0)});
+}
+
+// The accessor function named "__getfn<n>" / "__setfn<n>", or push.v -11 undefined.
+void CompileAccessorFunction(CodeGenContext& cx, Node* accessor, const char* prefix) {
+    if (!accessor) {
+        EmitPushUndefined(cx);
+        return;
+    }
+    StringBuilder name{};
+    AppendFormat(name, "__%s%d", prefix, CodeGenState().accessorCounter++);
+    CompileFunction(cx, accessor->first, name.text);
+}
+
+}  // namespace
+
+// per plain property: value, name; per accessor (bucket order): getter, setter,
+// call @@NewProperty@@ 2, name; call @@NewObject@@ count
+void CompileObjectLiteral(CodeGenContext& cx, Node* node) {
+    CheckNesting(node->position);
+    uint32_t count = 0;
+    HashTable accessors{};
+    InitHashTable(accessors, kAccessorBuckets);
+    for (Node* child = node->first; child; child = child->next) {
+        if (child->kind == LEX_GETTER || child->kind == LEX_SETTER) {
+            AddAccessor(accessors, child);
+        } else {
+            CompilePlainProperty(cx, child);
+            count += 2;
+        }
+    }
+    for (int32_t bucket = 0; bucket <= accessors.mask; bucket++) {
+        for (HashEntry* entry = accessors.buckets[bucket].first; entry; entry = entry->next) {
+            AccessorRecord* record = static_cast<AccessorRecord*>(entry->value);
+            CompileAccessorFunction(cx, record->getter, "getfn");
+            CompileAccessorFunction(cx, record->setter, "setfn");
+            EmitCall(cx, "@@NewProperty@@", 2);
+            AddStringAndPatch(cx, record->name);
+            Emit(cx, {MakeWord(OP_CONV, TYPE_STRING, TYPE_VARIABLE, 0)});
+            count += 2;
+        }
+    }
+    EmitCall(cx, "@@NewObject@@", count & 0xFFFFu);
+    PushType(cx, TYPE_VARIABLE);
+    ClearHashTable(accessors);
+}
+
+// elements last to first, each [conv.T.v]; call @@NewArray@@ count
+void CompileArrayLiteral(CodeGenContext& cx, Node* node) {
+    CheckNesting(node->position);
+    uint32_t count = 0;
+    for (Node* element = node->last; element; element = element == node->first ? nullptr : element->prev) {
+        CompileExpression(cx, element, false);
+        EmitConvToVariable(cx, PopType(cx));
+        count++;
+    }
+    EmitCall(cx, "@@NewArray@@", count & 0xFFFFu);
+    PushType(cx, TYPE_VARIABLE);
+}

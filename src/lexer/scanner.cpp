@@ -1,0 +1,286 @@
+#include "lexer/scanner.h"
+
+
+#include "api/diagnostics.h"
+#include "api/strings.h"
+#include "lexer/tokens.h"
+
+namespace {
+
+constexpr uint32_t kLineFeed = 10;
+
+// Every advance outside string literals resolves a \u escape at the new character.
+void Step(Lexer* lexer) {
+    Advance(lexer);
+    ResolveEscape(lexer);
+}
+
+// Appends the current character and steps past it.
+void Take(Lexer* lexer, StringBuilder& text) {
+    AppendCodePoint(text, lexer->current);
+    Step(lexer);
+}
+
+uint32_t DigitValue(uint32_t digit) {
+    if (digit >= '0' && digit <= '9') return digit - '0';
+    if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+    return digit - 'A' + 10;
+}
+
+void StoreToken(Lexer* lexer, int32_t kind, const char* text) {
+    lexer->tokenKind = kind;
+    ReleaseRefString(*lexer->tokenText);
+    *lexer->tokenText = NewRefString(text);
+}
+
+void BeginToken(Lexer* lexer) {
+    lexer->previousKind = lexer->tokenKind;
+    lexer->tokenKind = LEX_EOF;
+    lexer->tokenPosition.line = lexer->position.line;
+    lexer->tokenPosition.column = lexer->position.column;
+}
+
+// Skips whitespace and comments. Returns true when it produced the automatic ';' instead.
+bool SkipWhitespaceAndComments(Lexer* lexer) {
+    for (;;) {
+        uint32_t c = lexer->current;
+        if (c == 0) return false;
+        if (c == kLineFeed && (lexer->next == '+' || lexer->next == '-')) {
+            // A line that starts with "++" or "--" ends the statement before it. This is the
+            // only automatic semicolon, deliberately this narrow: a space before the operator
+            // or a single '+' / '-' does not trigger it.
+            Step(lexer);
+            if (lexer->next == lexer->current) {
+                BeginToken(lexer);
+                StoreToken(lexer, ';', ";");
+                return true;
+            }
+            continue;
+        }
+        if (IsWhitespace(c)) {
+            Step(lexer);
+        } else if (c == '/' && lexer->next == '/') {
+            while (lexer->current != kLineFeed && lexer->current != 0) Step(lexer);
+            Step(lexer);
+        } else if (c == '/' && lexer->next == '*') {
+            // The search for "*/" starts at the opening '/', so "/*/" closes itself; deliberate.
+            while (!(lexer->current == '*' && lexer->next == '/') && lexer->current != 0) Step(lexer);
+            Step(lexer);
+            Step(lexer);
+        } else {
+            return false;
+        }
+    }
+}
+
+// Identifier -> IdentifierStart IdentifierPart*, then a keyword if the table has the text.
+int32_t ScanIdentifier(Lexer* lexer, StringBuilder& text) {
+    while (IsIdentifierPart(lexer->current)) Take(lexer, text);
+    return LookupKeyword(text.text);
+}
+
+// Number -> '0' OctalDigit* | '0' [xX] HexDigit* | Digits? ('.' Digits?)? ([eE] [+-]? Digits?)?
+int32_t ScanNumber(Lexer* lexer, StringBuilder& text) {
+    bool octal = false;
+    bool hexadecimal = false;
+    if (lexer->current == '0') {
+        Take(lexer, text);
+        if (IsOctalDigit(lexer->current)) {
+            octal = true;
+        } else if (lexer->current == 'x' || lexer->current == 'X') {
+            hexadecimal = true;
+            Take(lexer, text);
+        }
+    }
+    for (;;) {
+        uint32_t c = lexer->current;
+        bool accepted = IsOctalDigit(c) || (IsDecimalDigit(c) && !octal) || (hexadecimal && IsHexDigit(c));
+        if (!accepted) break;
+        Take(lexer, text);
+    }
+    if (octal || hexadecimal) return LEX_INT;
+
+    int32_t kind = LEX_INT;
+    if (lexer->current == '.') {
+        kind = LEX_FLOAT;
+        Take(lexer, text);
+        while (IsDecimalDigit(lexer->current)) Take(lexer, text);
+    }
+    if (lexer->current == 'e' || lexer->current == 'E') {
+        kind = LEX_FLOAT;
+        Take(lexer, text);
+        if (lexer->current == '+' || lexer->current == '-') Take(lexer, text);
+        while (IsDecimalDigit(lexer->current)) Take(lexer, text);
+    }
+    return kind;
+}
+
+[[noreturn]] void ReportStringError(Lexer* lexer, StringBuilder& text, const char* message) {
+    FreeStringBuilder(text);
+    ReportError(&lexer->position, "%s", message);
+}
+
+// Reads the escape whose character (after the backslash) is current, leaving the last
+// character of the escape current. Returns false when the escape yields no character.
+bool ScanEscape(Lexer* lexer, StringBuilder& text, uint32_t* value) {
+    uint32_t c = lexer->current;
+    switch (c) {
+        case 'a': *value = 7; return true;
+        case 'b': *value = 8; return true;
+        case 'f': *value = 12; return true;
+        case 'n': *value = 10; return true;
+        case 'r': *value = 13; return true;
+        case 't': *value = 9; return true;
+        case 'v': *value = 11; return true;
+        case kLineFeed: return false;
+        case 'u': {
+            uint32_t result = 0;
+            for (int digits = 0; digits < 4 && IsHexDigit(lexer->next); digits++) {
+                Advance(lexer);
+                result = result * 16 + DigitValue(lexer->current);
+            }
+            *value = result;
+            return true;
+        }
+        case 'x': {
+            if (!IsHexDigit(lexer->next)) {
+                ReportStringError(lexer, text, "malformed hexadecimal character escape sequence");
+            }
+            Advance(lexer);
+            uint32_t result = DigitValue(lexer->current);
+            if (IsHexDigit(lexer->next)) {
+                Advance(lexer);
+                result = result * 16 + DigitValue(lexer->current);
+            }
+            *value = result;
+            return true;
+        }
+        default:
+            break;
+    }
+    if (IsOctalDigit(c)) {
+        uint32_t result = DigitValue(c);
+        for (int digits = 1; digits < 3 && IsOctalDigit(lexer->next); digits++) {
+            Advance(lexer);
+            result = result * 8 + DigitValue(lexer->current);
+        }
+        *value = result;
+        return true;
+    }
+    *value = c;
+    return true;
+}
+
+// String -> Quote (Character | '\' Escape)* Quote. No advance here resolves a \u escape: inside
+// the literal the string's own escapes apply, and one right after it waits for the next token.
+int32_t ScanString(Lexer* lexer, StringBuilder& text) {
+    uint32_t quote = lexer->current;
+    Advance(lexer);
+    while (lexer->current != quote) {
+        uint32_t c = lexer->current;
+        if (c == 0 || c == kLineFeed) ReportStringError(lexer, text, "unterminated string literal");
+        if (c == '\\') {
+            Advance(lexer);
+            uint32_t value;
+            if (ScanEscape(lexer, text, &value)) AppendCodePoint(text, value);
+        } else {
+            AppendCodePoint(text, c);
+        }
+        Advance(lexer);
+    }
+    Advance(lexer);
+    return LEX_STR;
+}
+
+// Takes the current character into the token if it is `wanted`.
+bool Extend(Lexer* lexer, StringBuilder& text, uint32_t wanted) {
+    if (lexer->current != wanted) return false;
+    Take(lexer, text);
+    return true;
+}
+
+// Operator -> the longest of the table's one- to four-character operators; any other
+// character is a token of its own code.
+int32_t ScanOperator(Lexer* lexer, StringBuilder& text) {
+    uint32_t first = lexer->current;
+    AppendCodePoint(text, first);
+    Step(lexer);
+    switch (first) {
+        case '=':
+            if (Extend(lexer, text, '=')) return Extend(lexer, text, '=') ? LEX_TYPEEQUAL : LEX_EQUAL;
+            if (Extend(lexer, text, '>')) return LEX_ARROW;
+            break;
+        case '!':
+            if (Extend(lexer, text, '=')) return Extend(lexer, text, '=') ? LEX_NTYPEEQUAL : LEX_NEQUAL;
+            break;
+        case '<':
+            if (Extend(lexer, text, '=')) return LEX_LEQUAL;
+            if (Extend(lexer, text, '<')) return Extend(lexer, text, '=') ? LEX_LSHIFTEQUAL : LEX_LSHIFT;
+            break;
+        case '>':
+            if (Extend(lexer, text, '=')) return LEX_GEQUAL;
+            if (Extend(lexer, text, '>')) {
+                if (Extend(lexer, text, '>')) return Extend(lexer, text, '=') ? LEX_RSHIFTUEQUAL : LEX_RSHIFTU;
+                return Extend(lexer, text, '=') ? LEX_RSHIFTEQUAL : LEX_RSHIFT;
+            }
+            break;
+        case '+':
+            if (Extend(lexer, text, '+')) return LEX_PLUSPLUS;
+            if (Extend(lexer, text, '=')) return LEX_PLUSEQUAL;
+            break;
+        case '-':
+            if (Extend(lexer, text, '-')) return LEX_MINUSMINUS;
+            if (Extend(lexer, text, '=')) return LEX_MINUSEQUAL;
+            break;
+        case '&':
+            if (Extend(lexer, text, '&')) return LEX_ANDAND;
+            if (Extend(lexer, text, '=')) return LEX_ANDEQUAL;
+            break;
+        case '|':
+            if (Extend(lexer, text, '|')) return LEX_OROR;
+            if (Extend(lexer, text, '=')) return LEX_OREQUAL;
+            break;
+        case '*':
+            if (Extend(lexer, text, '=')) return LEX_ASTERISKEQUAL;
+            break;
+        case '/':
+            if (Extend(lexer, text, '=')) return LEX_SLASHEQUAL;
+            break;
+        case '%':
+            if (Extend(lexer, text, '=')) return LEX_PERCENTEQUAL;
+            break;
+        case '^':
+            if (Extend(lexer, text, '=')) return LEX_XOREQUAL;
+            break;
+        default:
+            break;
+    }
+    return static_cast<int32_t>(first);
+}
+
+}  // namespace
+
+void ScanToken(Lexer* lexer) {
+    if (SkipWhitespaceAndComments(lexer)) return;
+    BeginToken(lexer);
+    StringBuilder text{};
+    ResolveEscape(lexer);
+
+    uint32_t c = lexer->current;
+    int32_t kind = LEX_EOF;
+    if (c == 0) {
+        kind = LEX_EOF;
+    } else if (IsIdentifierStart(c)) {
+        kind = ScanIdentifier(lexer, text);
+    } else if (IsDecimalDigit(c) || (c == '.' && IsDecimalDigit(lexer->next))) {
+        kind = ScanNumber(lexer, text);
+    } else if (c == '"' || c == '\'') {
+        kind = ScanString(lexer, text);
+    } else {
+        kind = ScanOperator(lexer, text);
+    }
+
+    // A code point 0 inside the text ends it, as the text is NUL-terminated.
+    StoreToken(lexer, kind, text.text);
+    FreeStringBuilder(text);
+}

@@ -1,0 +1,546 @@
+// The compile context: interning, patch records, type stack, scopes, labels, set-up and clean-up.
+// Every test runs in a process of its own, so the process-wide tables start empty.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "api/crc32.h"
+#include "api/globals.h"
+#include "support/compile_support.h"
+
+namespace {
+
+PatchRecord* VarPatch(int32_t i) { return static_cast<PatchRecord*>(GlobalVarList.data[i]); }
+PatchRecord* FuncPatch(int32_t i) { return static_cast<PatchRecord*>(GlobalFuncList.data[i]); }
+PatchRecord* StringPatch(int32_t i) { return static_cast<PatchRecord*>(GlobalStringList.data[i]); }
+
+}  // namespace
+
+TEST(InternName, SameTextTwiceGivesSameIndex) {
+    TestCompile t;
+    int32_t first = InternName("alpha");
+    int32_t count = NameArray.count;
+    EXPECT_EQ(InternName("alpha"), first);
+    EXPECT_EQ(NameArray.count, count);
+}
+
+TEST(InternName, EqualTextFromAnotherPointerKeepsTheFirstPointer) {
+    EnsureLibraryInitialised();
+    static char one[] = "beta";
+    static char two[] = "beta";
+    int32_t index = InternName(one);
+    EXPECT_EQ(InternName(two), index);
+    EXPECT_EQ(NameArray.data[index], one);
+}
+
+TEST(InternName, NullGivesMinusOneAndChangesNothing) {
+    EnsureLibraryInitialised();
+    int32_t count = NameArray.count;
+    EXPECT_EQ(InternName(nullptr), -1);
+    EXPECT_EQ(NameArray.count, count);
+}
+
+TEST(InternName, KeepsTheCallersPointer) {
+    EnsureLibraryInitialised();
+    static const char text[] = "gamma";
+    int32_t index = InternName(text);
+    EXPECT_EQ(NameArray.data[index], text);
+}
+
+TEST(BeginCompile, FirstCompileRecordsPrototypeArrayAndArguments) {
+    TestCompile t;
+    ASSERT_EQ(GlobalVarList.count, 3);
+    EXPECT_STREQ(static_cast<char*>(NameArray.data[0]), "prototype");
+    EXPECT_STREQ(static_cast<char*>(NameArray.data[1]), "@@array@@");
+    EXPECT_STREQ(static_cast<char*>(NameArray.data[2]), "arguments");
+    EXPECT_EQ(VarPatch(0)->nameIndex, 0u);
+    EXPECT_EQ(VarPatch(0)->kind, 3u);
+    EXPECT_EQ(VarPatch(0)->codeOffset, 0xFFFFFFFFFFFFFFFFull);
+    EXPECT_EQ(VarPatch(1)->nameIndex, 1u);
+    EXPECT_EQ(VarPatch(1)->kind, 3u);
+    EXPECT_EQ(VarPatch(1)->codeOffset, 0xFFFFFFFFFFFFFFFFull);
+    EXPECT_EQ(VarPatch(2)->nameIndex, 2u);
+    EXPECT_EQ(VarPatch(2)->kind, 2u);
+    EXPECT_EQ(VarPatch(2)->codeOffset, 0xFFFFFFFFFFFFFFFFull);
+}
+
+TEST(BeginCompile, UnitsListTheSeededRecordsOnlyTheFirstTime) {
+    CompileUnit* first = ParseAndCompile("");
+    ASSERT_EQ(first->status, 0);
+    ASSERT_EQ(first->varCount, 3);
+    EXPECT_EQ(first->vars[0]->kind, 3u);
+    EXPECT_EQ(first->vars[1]->kind, 3u);
+    EXPECT_EQ(first->vars[2]->kind, 2u);
+    CompileUnit* second = ParseAndCompile("");
+    ASSERT_EQ(second->status, 0);
+    EXPECT_EQ(second->varCount, 0);
+}
+
+TEST(BeginCompile, EveryUnitsFunctionRecordsStartWithTheRoot) {
+    CompileUnit* first = ParseAndCompile("");
+    CompileUnit* second = ParseAndCompile("");
+    ASSERT_EQ(first->fourthCount, 1);
+    ASSERT_EQ(second->fourthCount, 1);
+    FunctionRecord* root = first->fourth[0];
+    EXPECT_EQ(second->fourth[0], root);
+    EXPECT_EQ(root->nameIndex, 0xFFFFFFFFu);
+    EXPECT_EQ(root->declaredNameIndex, 0xFFFFFFFFu);
+    EXPECT_EQ(root->codeOffset, 0u);
+    EXPECT_EQ(root->paramCount, 0);
+    EXPECT_EQ(root->params, nullptr);
+    EXPECT_EQ(root->flags, 4u);
+    EXPECT_EQ(GlobalFunctionRecords.count, 2);
+}
+
+TEST(BeginCompile, ScriptNamedGlobalInternsItsNameAndDropsTheRecord) {
+    TestCompile t("global");
+    EXPECT_GE(NameIndex("global"), 0);
+    EXPECT_EQ(GlobalFunctionRecords.count, 1);
+    EXPECT_EQ(GlobalFunctionRecords.data[0], CodeGenState().root);
+}
+
+TEST(BeginCompile, SetsUpBuffersTypeStackAndGlobalScope) {
+    TestCompile t("main", 7);
+    EXPECT_EQ(t.cx.topLevel, 1);
+    EXPECT_STREQ(t.cx.scriptName, "main");
+    EXPECT_EQ(t.cx.code->size, 256);
+    EXPECT_EQ(t.cx.code2->size, 256);
+    EXPECT_EQ(t.cx.typeCapacity, 1024);
+    EXPECT_EQ(t.cx.typeDepth, 0);
+    EXPECT_EQ(t.cx.labelTable.mask, 3);
+    EXPECT_EQ(t.cx.slotTable.mask, 15);
+    ASSERT_EQ(t.cx.scopes.count, 1);
+    ScopeRecord* global = static_cast<ScopeRecord*>(t.cx.scopes.last->value);
+    EXPECT_EQ(global->function, CodeGenState().root);
+    EXPECT_EQ(global->vars.mask, 15);
+    EXPECT_EQ(global->slots.mask, 15);
+    EXPECT_EQ(global->extra.mask, 15);
+}
+
+TEST(PatchRecords, VariableAndFunctionPatchesPointAtTheInstructionWord) {
+    TestCompile t;
+    Emit(t.cx, {0x11111111u});
+    int32_t vars = GlobalVarList.count;
+    uint32_t index = AddVarAndPatch(t.cx, "v", 0);
+    Emit(t.cx, {0xC005FFF5u, index | 0xA0000000u});
+    ASSERT_EQ(GlobalVarList.count, vars + 1);
+    EXPECT_EQ(VarPatch(vars)->codeOffset, 4u);
+    EXPECT_EQ(VarPatch(vars)->nameIndex, index);
+    EXPECT_EQ(VarPatch(vars)->kind, 0u);
+    EmitCall(t.cx, "f", 3);
+    ASSERT_EQ(GlobalFuncList.count, 1);
+    EXPECT_EQ(FuncPatch(0)->codeOffset, 12u);
+    EXPECT_EQ(FuncPatch(0)->kind, 0u);
+    std::vector<uint32_t> words = t.Words();
+    ASSERT_EQ(words.size(), 5u);
+    EXPECT_EQ(words[3], 0xD9020003u);
+    EXPECT_EQ(words[4], static_cast<uint32_t>(NameIndex("f")));
+}
+
+TEST(PatchRecords, VariablePatchKeepsTheCallersKind) {
+    TestCompile t;
+    int32_t vars = GlobalVarList.count;
+    AddVarAndPatch(t.cx, "w", 2);
+    EXPECT_EQ(VarPatch(vars)->kind, 2u);
+}
+
+TEST(PatchRecords, StringPatchPointsAtTheOperandWord) {
+    TestCompile t;
+    Emit(t.cx, {0u, 0u});
+    AddStringAndPatch(t.cx, "hello");
+    ASSERT_EQ(GlobalStringList.count, 1);
+    EXPECT_EQ(StringPatch(0)->codeOffset, 12u);
+    EXPECT_EQ(StringPatch(0)->kind, 0u);
+    int32_t index = NameIndex("hello");
+    EXPECT_EQ(StringPatch(0)->nameIndex, static_cast<uint32_t>(index));
+    std::vector<uint32_t> words = t.Words();
+    EXPECT_EQ(words[2], 0xC0060000u);
+    EXPECT_EQ(words[3], static_cast<uint32_t>(index));
+}
+
+TEST(PatchRecords, NullVariableNamePrintsAndReturnsAllOnes) {
+    TestCompile t;
+    int32_t vars = GlobalVarList.count;
+    uint32_t result = 0;
+    std::string out = CaptureStdout([&] { result = AddVarAndPatch(t.cx, nullptr, 0); });
+    EXPECT_EQ(out, "ERROR! :: AddVarAndPatch :: Invalid NULL\n");
+    EXPECT_EQ(result, 0xFFFFFFFFu);
+    EXPECT_EQ(GlobalVarList.count, vars);
+}
+
+TEST(PatchRecords, NullFunctionNamePrintsAndReturnsAllOnes) {
+    TestCompile t;
+    uint32_t result = 0;
+    std::string out = CaptureStdout([&] { result = AddFuncAndPatch(t.cx, nullptr); });
+    EXPECT_EQ(out, "ERROR! :: AddFuncAndPatch :: Invalid NULL\n");
+    EXPECT_EQ(result, 0xFFFFFFFFu);
+    EXPECT_EQ(GlobalFuncList.count, 0);
+}
+
+TEST(PatchRecords, NullStringPrintsWithItsOwnCapitalisationAndWritesAllOnes) {
+    TestCompile t;
+    std::string out = CaptureStdout([&] { AddStringAndPatch(t.cx, nullptr); });
+    EXPECT_EQ(out, "Error! :: AddStringAndPatch :: Invalid NULL\n");
+    EXPECT_EQ(t.Words(), (std::vector<uint32_t>{0xC0060000u, 0xFFFFFFFFu}));
+    EXPECT_EQ(GlobalStringList.count, 0);
+}
+
+TEST(EmitPushConstant, WritesTheOperandByType) {
+    TestCompile t;
+    EmitPushConstant(t.cx, OP_PUSH, TYPE_DOUBLE, 1.5);
+    EmitPushConstant(t.cx, OP_PUSH, TYPE_FLOAT, 1.5);
+    EmitPushConstant(t.cx, OP_PUSH, TYPE_INT, -1);
+    EmitPushConstant(t.cx, OP_PUSH, TYPE_LONG, 0, 0x1122334455667788ull);
+    EmitPushConstant(t.cx, OP_PUSH, TYPE_BOOL, 7);
+    EmitPushConstant(t.cx, OP_PUSH, TYPE_BOOL, 0);
+    EmitPushConstant(t.cx, OP_PUSH, TYPE_VARIABLE, 9);
+    EmitPushConstant(t.cx, OP_PUSH, TYPE_STRING, 4);
+    EmitPushConstant(t.cx, OP_PUSH, 7, 4);
+    EmitPushConstant(t.cx, OP_PUSH, TYPE_SHORT, 4);
+    std::vector<uint32_t> expected = {
+        0xC0000000u, 0x00000000u, 0x3FF80000u,   // push.d 1.5
+        0xC0010000u, 0x3FC00000u,                // push.f 1.5
+        0xC0020000u, 0xFFFFFFFFu,                // push.i -1
+        0xC0030000u, 0x55667788u, 0x11223344u,   // push.l
+        0xC0040000u, 0x00000001u,                // push.b non-zero
+        0xC0040000u, 0x00000000u,                // push.b 0
+        0xC0050000u, 0x00000009u,                // push.v
+        0xC0060000u, 0x00000004u,                // push.s
+        0xC0070000u,                             // type 7: no operand
+        0xC00F0000u,                             // type 15: no operand
+    };
+    EXPECT_EQ(t.Words(), expected) << HexWords(t.Words());
+}
+
+TEST(TypeStack, PopOfEmptyStackYieldsShortAndStaysAtZero) {
+    TestCompile t;
+    EXPECT_EQ(PopType(t.cx), 15u);
+    EXPECT_EQ(t.cx.typeDepth, 0);
+    PushType(t.cx, TYPE_INT);
+    EXPECT_EQ(PopType(t.cx), 2u);
+    EXPECT_EQ(PopType(t.cx), 15u);
+}
+
+TEST(TypeStack, PushesPastTheFirst1024EntriesKeepEveryEntry) {
+    TestCompile t;
+    for (uint32_t i = 0; i < 3000; i++) PushType(t.cx, i % 7);
+    EXPECT_EQ(t.cx.typeDepth, 3000);
+    EXPECT_EQ(t.cx.typeHighWater, 3000);
+    for (uint32_t i = 3000; i-- > 0;) ASSERT_EQ(PopType(t.cx), i % 7);
+    EXPECT_EQ(t.cx.typeHighWater, 3000);
+}
+
+TEST(TypeStack, HighWaterRecordsTheLargestDepth) {
+    TestCompile t;
+    PushType(t.cx, 1);
+    PushType(t.cx, 2);
+    PopType(t.cx);
+    PushType(t.cx, 3);
+    EXPECT_EQ(t.cx.typeHighWater, 2);
+}
+
+TEST(Scopes, DeclareLocalTakesTheNextSlotWhenUnsetAndReusesAnEntry) {
+    TestCompile t;
+    uint32_t before = CodeGenState().slotCounter;
+    VarEntry* a = DeclareLocal(t.cx, "a", 0, 0xFFFFFFFFu);
+    EXPECT_EQ(a->slot, before);
+    EXPECT_EQ(CodeGenState().slotCounter, before + 1);
+    VarEntry* p = DeclareLocal(t.cx, "p", 1, 3);
+    EXPECT_EQ(p->slot, 3u);
+    EXPECT_EQ(p->kind, 1u);
+    EXPECT_EQ(CodeGenState().slotCounter, before + 1);
+    EXPECT_EQ(DeclareLocal(t.cx, "a", 1, 9), a);
+    EXPECT_STREQ((*a->name)->text, "a");
+}
+
+TEST(Scopes, DeclareSlotEntersTheContextsSlotTableToo) {
+    TestCompile t;
+    uint32_t before = CodeGenState().slotCounter;
+    VarEntry* s = DeclareSlot(t.cx, "s");
+    EXPECT_EQ(s->slot, before);
+    EXPECT_EQ(s->kind, 0u);
+    EXPECT_EQ(t.cx.slotTable.count, 1);
+    EXPECT_EQ(HashFindFirst(t.cx.slotTable, NameHash("s"))->value, s);
+    EXPECT_EQ(DeclareSlot(t.cx, "s"), s);
+    EXPECT_EQ(t.cx.slotTable.count, 1);
+}
+
+TEST(Scopes, NamesWithEqualHashResolveToTheSameVariable) {
+    TestCompile t;
+    ASSERT_EQ(NameHash("plumless"), NameHash("buckeroo"));
+    VarEntry* entry = DeclareLocal(t.cx, "plumless", 0, 0xFFFFFFFFu);
+    int32_t depth = 5;
+    EXPECT_EQ(LookupName(t.cx, "buckeroo", &depth), entry);
+    EXPECT_EQ(depth, 0);
+}
+
+TEST(Scopes, OuterPlainVariableSetsBitTwoAndClearsBitFourOutToItsScope) {
+    TestCompile t;
+    FunctionRecord outer{};
+    outer.flags = 4;
+    FunctionRecord inner{};
+    inner.flags = 4;
+    PushScope(t.cx, &outer);
+    DeclareLocal(t.cx, "v", 0, 0xFFFFFFFFu);
+    PushScope(t.cx, &inner);
+    int32_t depth = -5;
+    VarEntry* entry = LookupName(t.cx, "v", &depth);
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(depth, 1);
+    EXPECT_EQ(outer.flags, 2u);
+    EXPECT_EQ(inner.flags, 0u);
+    EXPECT_EQ(CodeGenState().root->flags, 4u);
+}
+
+TEST(Scopes, OwnPlainVariableClearsBitFourOnlyInItsScope) {
+    TestCompile t;
+    FunctionRecord outer{};
+    outer.flags = 4;
+    PushScope(t.cx, &outer);
+    DeclareLocal(t.cx, "v", 0, 0xFFFFFFFFu);
+    int32_t depth = -5;
+    ASSERT_NE(LookupName(t.cx, "v", &depth), nullptr);
+    EXPECT_EQ(depth, 0);
+    EXPECT_EQ(outer.flags, 0u);
+    EXPECT_EQ(CodeGenState().root->flags, 4u);
+}
+
+TEST(Scopes, OuterParameterSetsBitOneAndClearsBitFour) {
+    TestCompile t;
+    FunctionRecord outer{};
+    outer.flags = 4;
+    FunctionRecord inner{};
+    inner.flags = 4;
+    PushScope(t.cx, &outer);
+    DeclareLocal(t.cx, "p", 1, 0);
+    PushScope(t.cx, &inner);
+    int32_t depth = 0;
+    ASSERT_NE(LookupName(t.cx, "p", &depth), nullptr);
+    EXPECT_EQ(depth, 1);
+    EXPECT_EQ(outer.flags, 1u);
+    EXPECT_EQ(inner.flags, 0u);
+}
+
+TEST(Scopes, OwnParameterChangesNoFlag) {
+    TestCompile t;
+    FunctionRecord outer{};
+    outer.flags = 4;
+    PushScope(t.cx, &outer);
+    DeclareLocal(t.cx, "p", 1, 0);
+    int32_t depth = 9;
+    ASSERT_NE(LookupName(t.cx, "p", &depth), nullptr);
+    EXPECT_EQ(depth, 0);
+    EXPECT_EQ(outer.flags, 4u);
+}
+
+TEST(Scopes, ArgumentsSetsBitOneInTheDeclaringFunction) {
+    TestCompile t;
+    FunctionRecord outer{};
+    outer.flags = 4;
+    FunctionRecord inner{};
+    inner.flags = 4;
+    PushScope(t.cx, &outer);
+    DeclareLocal(t.cx, "arguments", 0, 0xFFFFFFFFu);
+    PushScope(t.cx, &inner);
+    int32_t depth = 0;
+    ASSERT_NE(LookupName(t.cx, "arguments", &depth), nullptr);
+    EXPECT_EQ(outer.flags, 1u);
+    EXPECT_EQ(inner.flags, 0u);
+}
+
+TEST(Scopes, ArgumentsAtTopLevelIsNotFoundAndSetsNoFlag) {
+    TestCompile t;
+    int32_t depth = 0;
+    EXPECT_EQ(LookupName(t.cx, "arguments", &depth), nullptr);
+    EXPECT_EQ(CodeGenState().root->flags, 4u);
+}
+
+TEST(Scopes, QualifiedNameJoinsTheEnclosingFunctionNames) {
+    TestCompile t;
+    FunctionRecord g{};
+    g.declaredNameIndex = static_cast<uint32_t>(InternName("g"));
+    FunctionRecord f{};
+    f.declaredNameIndex = static_cast<uint32_t>(InternName("f"));
+    RefString* top = QualifiedName(t.cx, "name");
+    EXPECT_STREQ(top->text, "name");
+    PushScope(t.cx, &g);
+    PushScope(t.cx, &f);
+    RefString* inner = QualifiedName(t.cx, "name");
+    EXPECT_STREQ(inner->text, "g@f@name");
+}
+
+TEST(Scopes, QualifiedNameSkipsEmptyAndInvalidDeclaredNames) {
+    TestCompile t;
+    FunctionRecord empty{};
+    empty.declaredNameIndex = static_cast<uint32_t>(InternName(""));
+    FunctionRecord invalid{};
+    invalid.declaredNameIndex = 100000;
+    PushScope(t.cx, &empty);
+    PushScope(t.cx, &invalid);
+    EXPECT_STREQ(QualifiedName(t.cx, "n")->text, "n");
+}
+
+TEST(Scopes, FillScopeRecordPairsQualifiedAndPlainNamesInBucketOrder) {
+    TestCompile t;
+    FunctionRecord f{};
+    f.declaredNameIndex = static_cast<uint32_t>(InternName("f"));
+    ScopeRecord* scope = PushScope(t.cx, &f);
+    const char* names[] = {"a", "b", "c", "d", "e"};
+    for (const char* name : names) DeclareLocal(t.cx, name, 0, 0xFFFFFFFFu);
+    DeclareSlot(t.cx, "s");
+    FillScopeRecord(t.cx, scope);
+    ASSERT_EQ(f.localCount, 5u);
+    // Expected order: by bucket (hash & 15), then declaration order within a bucket.
+    std::vector<std::string> expected;
+    for (uint32_t bucket = 0; bucket < 16; bucket++) {
+        for (const char* name : names) {
+            if ((NameHash(name) & 15u) == bucket) expected.push_back(name);
+        }
+    }
+    for (uint32_t i = 0; i < 5; i++) {
+        EXPECT_STREQ(static_cast<char*>(NameArray.data[f.locals[i * 2]]), ("f@" + expected[i]).c_str());
+        EXPECT_STREQ(static_cast<char*>(NameArray.data[f.locals[i * 2 + 1]]), expected[i].c_str());
+    }
+    ASSERT_EQ(f.slotCount, 1u);
+    EXPECT_STREQ(static_cast<char*>(NameArray.data[f.slots[0]]), "f@s");
+    EXPECT_STREQ(static_cast<char*>(NameArray.data[f.slots[1]]), "s");
+}
+
+TEST(EndCompile, FinishesBuffersFillsTheRootAndUnlinksTheGlobalScope) {
+    TestCompile t;
+    DeclareLocal(t.cx, "x", 0, 0xFFFFFFFFu);
+    Emit(t.cx, {1u, 2u, 3u});
+    WriteWords(*t.cx.code2, {0u, 5u});
+    VMBuffer* code = nullptr;
+    VMBuffer* code2 = nullptr;
+    EndCompile(t.cx, &code, &code2);
+    EXPECT_EQ(code->size, 12);
+    EXPECT_EQ(code2->size, 8);
+    EXPECT_EQ(t.cx.code, nullptr);
+    EXPECT_EQ(t.cx.code2, nullptr);
+    EXPECT_EQ(t.cx.scopes.count, 0);
+    FunctionRecord* root = CodeGenState().root;
+    ASSERT_EQ(root->localCount, 1u);
+    EXPECT_EQ(root->locals[0], static_cast<uint32_t>(NameIndex("x")));
+    EXPECT_EQ(root->locals[1], static_cast<uint32_t>(NameIndex("x")));
+    EXPECT_EQ(root->slotCount, 0u);
+    delete code;
+    delete code2;
+}
+
+TEST(CleanUpContext, WorksOnAZeroInitialisedContext) {
+    CodeGenContext cx{};
+    CleanUpContext(cx, false);
+    CleanUpContext(cx, true);
+    EXPECT_EQ(cx.scopes.count, 0);
+}
+
+TEST(CleanUpContext, FreesTargetsScopesAndBuffersAfterAFailure) {
+    EnsureLibraryInitialised();
+    CodeGenContext cx{};
+    BeginCompile(cx, "main", 0);
+    PushScope(cx, nullptr);
+    BranchLabel* label = NewLabel("endwhile");
+    ListPush(cx.breakTargets, label);
+    ListPush(cx.continueTargets, NewLabel("startwhile"));
+    BranchToLabel(cx, label, OP_B);
+    CleanUpContext(cx, false);
+    EXPECT_EQ(cx.scopes.count, 0);
+    EXPECT_EQ(cx.breakTargets.count, 0);
+    EXPECT_EQ(cx.continueTargets.count, 0);
+    EXPECT_EQ(cx.code, nullptr);
+    EXPECT_EQ(cx.slotTable.buckets, nullptr);
+    EXPECT_EQ(cx.labelTable.buckets, nullptr);
+}
+
+TEST(Lists, PushPopAndWalk) {
+    List list{};
+    int a = 1, b = 2, c = 3;
+    ListPush(list, &a);
+    ListPush(list, &b);
+    ListPush(list, &c);
+    EXPECT_EQ(list.count, 3);
+    EXPECT_EQ(ListAt(list, 0), &a);
+    EXPECT_EQ(ListAt(list, 2), &c);
+    EXPECT_EQ(ListAt(list, 3), nullptr);
+    EXPECT_EQ(ListPop(list), &c);
+    EXPECT_EQ(ListPop(list), &b);
+    EXPECT_EQ(ListPop(list), &a);
+    EXPECT_EQ(ListPop(list), nullptr);
+    EXPECT_EQ(list.first, nullptr);
+    EXPECT_EQ(list.last, nullptr);
+}
+
+TEST(Labels, NewLabelStartsUndefinedWithDepthMinusOne) {
+    BranchLabel* label = NewLabel("else");
+    EXPECT_STREQ(label->name, "else");
+    EXPECT_EQ(label->defined, 0u);
+    EXPECT_EQ(label->pending, nullptr);
+    EXPECT_EQ(label->depth, -1);
+    EXPECT_EQ(label->reserved, 0u);
+}
+
+TEST(Labels, ForwardBranchesArePatchedWhenTheLabelIsPlaced) {
+    TestCompile t;
+    BranchLabel* label = NewLabel("endif");
+    BranchToLabel(t.cx, label, OP_BF);
+    Emit(t.cx, {0u});
+    BranchToLabel(t.cx, label, OP_B);
+    EXPECT_EQ(t.Words()[0], 0xB8000000u);
+    EXPECT_EQ(t.Words()[2], 0xB6000000u);
+    Emit(t.cx, {0u});
+    PlaceLabel(t.cx, label);
+    EXPECT_EQ(label->offset, 16);
+    EXPECT_EQ(label->defined, 1u);
+    EXPECT_EQ(label->pending, nullptr);
+    EXPECT_EQ(t.Words()[0], 0xB8000004u);
+    EXPECT_EQ(t.Words()[2], 0xB6000002u);
+}
+
+TEST(Labels, BackwardBranchesAreWrittenAtOnce) {
+    TestCompile t;
+    Emit(t.cx, {0u});
+    BranchLabel* label = NewLabel("startwhile");
+    PlaceLabel(t.cx, label);
+    BranchToLabel(t.cx, label, OP_BT);
+    Emit(t.cx, {0u});
+    BranchToLabel(t.cx, label, OP_B);
+    EXPECT_EQ(t.Words()[1], 0xB7000000u);   // a branch to itself has offset 0
+    EXPECT_EQ(t.Words()[3], 0xB67FFFFEu);
+}
+
+TEST(Labels, BranchToThePreviousWordHasOffsetAllOnes) {
+    TestCompile t;
+    BranchLabel* label = NewLabel("x");
+    PlaceLabel(t.cx, label);
+    Emit(t.cx, {0u});
+    BranchLabel* back = NewLabel("y");
+    back->defined = 1;
+    back->offset = 0;
+    BranchToLabel(t.cx, back, OP_B);
+    EXPECT_EQ(t.Words()[1], 0xB67FFFFFu);
+}
+
+TEST(FunctionRecords, FindGivesThePositionThatSetStored) {
+    EnsureLibraryInitialised();
+    FunctionRecord first{};
+    FunctionRecord second{};
+    FunctionRecord replacement{};
+    EXPECT_EQ(FindFunctionRecord("f"), -1);
+    SetFunctionRecord("f", -1, &first);
+    SetFunctionRecord("g", -1, &second);
+    EXPECT_EQ(FindFunctionRecord("f"), 0);
+    EXPECT_EQ(FindFunctionRecord("g"), 1);
+    SetFunctionRecord("f", 0, &replacement);
+    EXPECT_EQ(GlobalFunctionRecords.count, 2);
+    EXPECT_EQ(GlobalFunctionRecords.data[0], &replacement);
+    EXPECT_EQ(FindFunctionRecord("f"), 0);
+}
+
+TEST(FunctionRecords, AFunctionDeclaredTwiceKeepsOneEntry) {
+    CompileUnit* unit = ParseAndCompile("function f() {} function f() {}");
+    ASSERT_EQ(unit->status, 0) << unit->errors[0];
+    // The root, then one record for f.
+    ASSERT_EQ(unit->fourthCount, 2);
+    EXPECT_STREQ(unit->names[unit->fourth[1]->nameIndex], "f");
+}

@@ -1,0 +1,145 @@
+// The compile driver: hoisting on the tree, the statement list, and var-name collection.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "codegen/codegen.h"
+#include "support/compile_support.h"
+
+namespace {
+
+Node* Function(const char* name, std::initializer_list<Node*> body = {}) {
+    return N(LEX_FUNCTION, "function", {Id(name), N('(', "("), N('{', "{", body)});
+}
+
+Node* Var(const char* name, Node* initializer = nullptr) {
+    Node* declarator = Id(name);
+    if (initializer) AppendChild(declarator, initializer);
+    return N(LEX_VAR, "var", {declarator});
+}
+
+Node* Call(const char* name) { return N('(', "(", {Id(name)}); }
+
+// The list's head, found by walking back from any node of it.
+Node* HeadOf(Node* node) {
+    while (node->prev) node = node->prev;
+    return node;
+}
+
+// "var a", "function f", or the node's text.
+std::vector<std::string> Describe(Node* head) {
+    std::vector<std::string> items;
+    for (Node* node = head; node; node = node->next) {
+        if (node->kind == LEX_VAR) {
+            items.push_back(std::string("var ") + node->first->text->text);
+        } else if (node->kind == LEX_FUNCTION) {
+            items.push_back(std::string("function ") + node->first->text->text);
+        } else {
+            items.push_back(node->text->text);
+        }
+    }
+    return items;
+}
+
+using Items = std::vector<std::string>;
+
+}  // namespace
+
+TEST(Driver, FunctionIsCompiledBeforeTheCallThatPrecedesIt) {
+    TestCompile t("main", 0);
+    Node* root = N('{', "{", {Call("x"), Function("x")});
+    CompileProgram(t.cx, root->first);
+    // One function heads the list, so even without the top-level flag it gets no `var`.
+    EXPECT_EQ(Describe(HeadOf(root->first)), (Items{"function x", "("}));
+    std::vector<uint32_t> words = t.Words();
+    ASSERT_FALSE(words.empty());
+    EXPECT_EQ(words[0] >> 24, static_cast<uint32_t>(OP_B));
+}
+
+TEST(Driver, TwoFunctionsWithoutTopLevelGetTwoVarsForTheFirst) {
+    TestCompile t("main", 0);
+    Node* root = N('{', "{", {Function("f"), Function("g"), Int("1")});
+    CompileProgram(t.cx, root->first);
+    EXPECT_EQ(Describe(HeadOf(root->first)), (Items{"var f", "var f", "function g", "function f", "1"}));
+}
+
+TEST(Driver, TwoFunctionsAtTopLevelAreOnlyReordered) {
+    TestCompile t("main", 1);
+    Node* root = N('{', "{", {Function("f"), Function("g"), Int("1")});
+    CompileProgram(t.cx, root->first);
+    EXPECT_EQ(Describe(HeadOf(root->first)), (Items{"function g", "function f", "1"}));
+}
+
+TEST(Driver, FirstStatementFunctionStaysBehindLaterFunctions) {
+    TestCompile t("main", 1);
+    Node* root = N('{', "{", {Function("first"), Int("1"), Function("second"), Int("2"), Function("third")});
+    CompileProgram(t.cx, root->first);
+    EXPECT_EQ(Describe(HeadOf(root->first)), (Items{"function third", "function second", "function first", "1", "2"}));
+}
+
+TEST(Driver, NestedVarsAreHoistedButNotThoseInsideFunctions) {
+    TestCompile t("main", 1);
+    Node* ifNode = N(LEX_IF, "if", {Id("c"), N('{', "{", {Var("a", Int("1"))})});
+    Node* root = N('{', "{", {ifNode, Var("b"), Function("h", {Var("z")})});
+    CompileProgram(t.cx, root->first);
+    EXPECT_EQ(Describe(HeadOf(root->first)), (Items{"var b", "var a", "function h", "if", "var b"}));
+}
+
+TEST(Driver, SyntheticDeclarationsAreCompleteNodesAtTheHeadsPosition) {
+    TestCompile t("main", 0);
+    Node* f = Function("f");
+    Node* g = Function("g");
+    f->position->offset = 11;
+    g->position->offset = 22;
+    Node* root = N('{', "{", {f, g});
+    CompileProgram(t.cx, root->first);
+    Node* head = HeadOf(root->first);
+    // var f (collected), var f (for the functions), g, f
+    ASSERT_EQ(Describe(head), (Items{"var f", "var f", "function g", "function f"}));
+    for (Node* declaration : {head, head->next}) {
+        EXPECT_EQ(declaration->count, 1u);
+        EXPECT_STREQ(declaration->text->text, "var");
+        ASSERT_NE(declaration->first, nullptr);
+        EXPECT_EQ(declaration->first, declaration->last);
+        EXPECT_EQ(declaration->first->kind, static_cast<uint32_t>(LEX_ID));
+        EXPECT_EQ(declaration->first->text, f->first->text);   // shared, not copied
+        EXPECT_EQ(declaration->first->next, nullptr);
+        EXPECT_NE(declaration->position, g->position);
+        EXPECT_EQ(declaration->position->offset, 22);   // g headed the list when both were made
+        EXPECT_EQ(declaration->first->position->offset, 22);
+    }
+}
+
+TEST(Driver, EmptyProgramEmitsNothing) {
+    TestCompile t("main", 1);
+    CompileProgram(t.cx, nullptr);
+    EXPECT_TRUE(t.Words().empty());
+    EXPECT_EQ(CurrentOffset(*t.cx.code2), 0);
+}
+
+TEST(Driver, StatementsAreCompiledInOrderWithPositions) {
+    TestCompile t("main", 1);
+    Node* root = N('{', "{", {Int("1"), Int("2")});
+    CompileProgram(t.cx, root->first);
+    EXPECT_EQ(t.Words(), (std::vector<uint32_t>{0xC00F0001, 0x9E020000, 0xC00F0002, 0x9E020000}));
+    EXPECT_EQ(CurrentOffset(*t.cx.code2), 16);
+}
+
+TEST(Driver, CollectVarNamesTakesEachNodesOwnNamesBeforeItsChildren) {
+    EnsureLibraryInitialised();
+    // var t1 = { var t2 } (a hand-built nesting), then while (...) { var t3, t4 }, then var t5.
+    Node* outer = Var("t1", N('{', "{", {Var("t2")}));
+    Node* both = N(LEX_VAR, "var", {Id("t3"), Id("t4")});
+    Node* loop = N(LEX_WHILE, "while", {Id("c"), N('{', "{", {both})});
+    Node* root = N('{', "{", {outer, loop, Function("skip", {Var("inside")}), Var("t5")});
+    uint32_t refsBefore = outer->first->text->refs;
+    std::vector<RefString*> names;
+    CollectVarNames(root->first, names);
+    std::vector<std::string> texts;
+    for (RefString* name : names) texts.push_back(name->text);
+    EXPECT_EQ(texts, (Items{"t1", "t2", "t3", "t4", "t5"}));
+    EXPECT_EQ(names[0], outer->first->text);
+    EXPECT_EQ(outer->first->text->refs, refsBefore + 1);
+    for (RefString* name : names) ReleaseRefString(name);
+}

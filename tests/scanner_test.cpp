@@ -1,0 +1,586 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "api/diagnostics.h"
+#include "api/strings.h"
+#include "lexer/scanner.h"
+#include "support/lexer_support.h"
+
+namespace {
+
+using Tokens = std::vector<ScannedToken>;
+
+ScannedToken Id(const char* text) { return {LEX_ID, text}; }
+ScannedToken Int(const char* text) { return {LEX_INT, text}; }
+ScannedToken Float(const char* text) { return {LEX_FLOAT, text}; }
+ScannedToken Str(const std::string& text) { return {LEX_STR, text}; }
+ScannedToken Char(char c) { return {static_cast<unsigned char>(c), std::string(1, c)}; }
+
+// The text of the single string literal in `source`.
+std::string StringValue(const std::string& source) {
+    Tokens tokens = ScanAll(source);
+    EXPECT_EQ(tokens.size(), 1u) << source;
+    if (tokens.size() != 1) return "<no single token>";
+    EXPECT_EQ(tokens[0].kind, LEX_STR) << source;
+    return tokens[0].text;
+}
+
+ScannedToken Single(const std::string& source) {
+    Tokens tokens = ScanAll(source);
+    EXPECT_EQ(tokens.size(), 1u) << source;
+    return tokens.empty() ? ScannedToken{-1, ""} : tokens[0];
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------
+// Whitespace, comments and the automatic semicolon
+
+TEST(Scanner, NewlineBeforePlusPlusInsertsSemicolon) {
+    Tokens expected = {Id("a"), Char(';'), {LEX_PLUSPLUS, "++"}, Id("b")};
+    EXPECT_EQ(ScanAll("a\n++b"), expected);
+}
+
+TEST(Scanner, NewlineBeforeMinusMinusInsertsSemicolon) {
+    Tokens expected = {Id("a"), Char(';'), {LEX_MINUSMINUS, "--"}, Id("b")};
+    EXPECT_EQ(ScanAll("a\n--b"), expected);
+}
+
+TEST(Scanner, SpaceBetweenNewlineAndPlusPlusInsertsNothing) {
+    Tokens expected = {Id("a"), {LEX_PLUSPLUS, "++"}, Id("b")};
+    EXPECT_EQ(ScanAll("a\n ++b"), expected);
+}
+
+TEST(Scanner, NewlineBeforeSinglePlusInsertsNothing) {
+    Tokens expected = {Id("a"), Char('+'), Id("b")};
+    EXPECT_EQ(ScanAll("a\n+b"), expected);
+    Tokens mixed = {Id("a"), Char('+'), Char('-'), Id("b")};
+    EXPECT_EQ(ScanAll("a\n+-b"), mixed);
+    Tokens assign = {Id("a"), {LEX_PLUSEQUAL, "+="}, Id("b")};
+    EXPECT_EQ(ScanAll("a\n+=b"), assign);
+}
+
+TEST(Scanner, CrLfBeforePlusPlusInsertsSemicolon) {
+    Tokens expected = {Id("a"), Char(';'), {LEX_PLUSPLUS, "++"}, Id("b")};
+    EXPECT_EQ(ScanAll("a\r\n++b"), expected);
+    EXPECT_EQ(ScanAll("a\r++b"), expected);
+}
+
+TEST(Scanner, EveryNewlineBeforePlusPlusCounts) {
+    Tokens expected = {Id("a"), Char(';'), {LEX_PLUSPLUS, "++"}, Id("b")};
+    EXPECT_EQ(ScanAll("a\n\n\n++b"), expected);
+}
+
+TEST(Scanner, NewlineAfterLineCommentIsConsumedWithoutTheSemicolonRule) {
+    Tokens expected = {Id("a"), {LEX_PLUSPLUS, "++"}, Id("b")};
+    EXPECT_EQ(ScanAll("a // c\n++b"), expected);
+}
+
+TEST(Scanner, NewlineAfterBlockCommentKeepsTheSemicolonRule) {
+    Tokens expected = {Id("a"), Char(';'), {LEX_PLUSPLUS, "++"}, Id("b")};
+    EXPECT_EQ(ScanAll("a /* c */\n++b"), expected);
+}
+
+TEST(Scanner, AutomaticSemicolonRecordsKindsAndPosition) {
+    Lexer* lexer = NewTestLexer("a\n++b");
+    ScanToken(lexer);
+    EXPECT_EQ(lexer->tokenKind, ';');
+    EXPECT_EQ(TokenText(lexer), ";");
+    EXPECT_EQ(lexer->previousKind, LEX_ID);
+    EXPECT_EQ(lexer->tokenPosition.line, 2);
+    EXPECT_EQ(lexer->current, static_cast<uint32_t>('+'));
+    ScanToken(lexer);
+    EXPECT_EQ(lexer->tokenKind, LEX_PLUSPLUS);
+    EXPECT_EQ(lexer->previousKind, ';');
+}
+
+TEST(Scanner, SourceStartingWithNewlinePlusPlusStartsWithSemicolon) {
+    Tokens expected = {Char(';'), {LEX_PLUSPLUS, "++"}, Id("x")};
+    EXPECT_EQ(ScanAll("\n++x"), expected);
+}
+
+TEST(Scanner, LineCommentAtTheEndOfInputEndsWithEof) {
+    Tokens expected = {Id("x"), Char('='), Int("1")};
+    EXPECT_EQ(ScanAll("x = 1 // c"), expected);
+}
+
+TEST(Scanner, LineCommentRunsToTheNewline) {
+    Tokens expected = {Id("a"), Id("b")};
+    EXPECT_EQ(ScanAll("a // x y z\nb"), expected);
+    EXPECT_EQ(ScanAll("a //\r\nb"), expected);
+}
+
+TEST(Scanner, BlockComments) {
+    Tokens expected = {Id("a"), Id("b")};
+    EXPECT_EQ(ScanAll("a /* x */ b"), expected);
+    EXPECT_EQ(ScanAll("a /**/ b"), expected);
+    EXPECT_EQ(ScanAll("a /* * / ** */b"), expected);
+    EXPECT_EQ(ScanAll("a/*\n\n*/b"), expected);
+}
+
+TEST(Scanner, SlashStarSlashIsACompleteComment) {
+    Tokens expected = {Id("a"), Id("b"), Char('*'), Char('/')};
+    EXPECT_EQ(ScanAll("a /*/ b */"), expected);
+}
+
+TEST(Scanner, UnterminatedBlockCommentEndsTheInput) {
+    Tokens expected = {Id("a")};
+    EXPECT_EQ(ScanAll("a /* b c"), expected);
+    EXPECT_EQ(ScanAll("a /*"), expected);
+    EXPECT_EQ(ScanAll("a /* b *"), expected);
+    EXPECT_EQ(ScanAll("/*"), Tokens{});
+}
+
+TEST(Scanner, LinesInsideBlockCommentsAreCounted) {
+    Lexer* lexer = NewTestLexer("/*\n\r\n\r*/a");
+    EXPECT_EQ(TokenText(lexer), "a");
+    EXPECT_EQ(lexer->tokenPosition.line, 4);
+}
+
+TEST(Scanner, EscapedNewlineInsideLineCommentEndsIt) {
+    // \u escapes are resolved in comments too, so \u000A is a newline there.
+    Lexer* lexer = NewTestLexer("a // c \\u000A b");
+    ScanToken(lexer);
+    EXPECT_EQ(TokenText(lexer), "b");
+    EXPECT_EQ(lexer->tokenPosition.line, 2);
+}
+
+TEST(Scanner, EscapedStarSlashClosesABlockComment) {
+    Tokens expected = {Id("a"), Id("b")};
+    EXPECT_EQ(ScanAll("a /* \\u002A/ b"), expected);
+}
+
+TEST(Scanner, EscapedSpaceIsWhitespace) {
+    Tokens expected = {Id("a"), Id("b")};
+    EXPECT_EQ(ScanAll("a\\u0020 b"), expected);
+}
+
+TEST(Scanner, AllWhitespaceKindsAreSkipped) {
+    Tokens expected = {Id("a"), Id("b")};
+    EXPECT_EQ(ScanAll("\t\v\f a \xC2\xA0\r\n\t b \n"), expected);
+}
+
+TEST(Scanner, EndOfInputIsEofWithEmptyText) {
+    Lexer* lexer = NewTestLexer("a");
+    ScanToken(lexer);
+    EXPECT_EQ(lexer->tokenKind, LEX_EOF);
+    EXPECT_EQ(TokenText(lexer), "");
+    EXPECT_EQ(lexer->previousKind, LEX_ID);
+    ScanToken(lexer);
+    EXPECT_EQ(lexer->tokenKind, LEX_EOF);
+    EXPECT_EQ(lexer->previousKind, LEX_EOF);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Token positions and texts
+
+TEST(Scanner, TokenLinesFollowEveryLineEnd) {
+    Lexer* lexer = NewTestLexer("a\n  b\r\nc\rd");
+    std::vector<int32_t> lines;
+    while (lexer->tokenKind != LEX_EOF) {
+        lines.push_back(lexer->tokenPosition.line);
+        ScanToken(lexer);
+    }
+    EXPECT_EQ(lines, (std::vector<int32_t>{1, 2, 3, 4}));
+}
+
+TEST(Scanner, TokenTextIsANewStringPerToken) {
+    Lexer* lexer = NewTestLexer("abc def");
+    RefString* first = RetainRefString(*lexer->tokenText);
+    ScanToken(lexer);
+    EXPECT_STREQ(first->text, "abc");
+    EXPECT_STREQ((*lexer->tokenText)->text, "def");
+    EXPECT_NE(first, *lexer->tokenText);
+}
+
+TEST(Scanner, PreviousKindFollowsTheTokens) {
+    Lexer* lexer = NewTestLexer("var x = 1");
+    std::vector<int32_t> previous;
+    while (lexer->tokenKind != LEX_EOF) {
+        ScanToken(lexer);
+        previous.push_back(lexer->previousKind);
+    }
+    EXPECT_EQ(previous, (std::vector<int32_t>{LEX_VAR, LEX_ID, '=', LEX_INT}));
+}
+
+// ---------------------------------------------------------------------------------------------
+// Identifiers and keywords
+
+TEST(Scanner, Identifiers) {
+    Tokens expected = {Id("$a_1"), Id("_"), Id("$"), Id("x9")};
+    EXPECT_EQ(ScanAll("$a_1 _ $ x9"), expected);
+}
+
+TEST(Scanner, EveryKeyword) {
+    const std::vector<std::pair<const char*, int32_t>> keywords = {
+        {"break", LEX_BREAK},       {"case", LEX_CASE},         {"catch", LEX_CATCH},
+        {"const", LEX_CONST},       {"continue", LEX_CONTINUE}, {"default", LEX_DEFAULT},
+        {"delete", LEX_DELETE},     {"do", LEX_DO},             {"else", LEX_ELSE},
+        {"false", LEX_FALSE},       {"finally", LEX_FINALLY},   {"for", LEX_FOR},
+        {"function", LEX_FUNCTION}, {"if", LEX_IF},             {"in", LEX_IN},
+        {"instanceof", LEX_INSTANCEOF}, {"let", LEX_LET},       {"new", LEX_NEW},
+        {"null", LEX_NULL},         {"return", LEX_RETURN},     {"switch", LEX_SWITCH},
+        {"throw", LEX_THROW},       {"this", LEX_THIS},         {"true", LEX_TRUE},
+        {"try", LEX_TRY},           {"typeof", LEX_TYPEOF},     {"var", LEX_VAR},
+        {"void", LEX_VOID},         {"while", LEX_WHILE},       {"with", LEX_WITH},
+        {"yield", LEX_YIELD},
+    };
+    ASSERT_EQ(keywords.size(), 31u);
+    for (const auto& [text, kind] : keywords) {
+        ScannedToken expected{kind, text};
+        EXPECT_EQ(Single(text), expected) << text;
+    }
+}
+
+TEST(Scanner, OfStaysAnIdentifier) {
+    EXPECT_EQ(Single("of"), Id("of"));
+}
+
+TEST(Scanner, KeywordPrefixesAndExtensionsAreIdentifiers) {
+    Tokens expected = {Id("iff"), Id("i"), Id("This"), Id("varx"), Id("instance"), Id("_if")};
+    EXPECT_EQ(ScanAll("iff i This varx instance _if"), expected);
+}
+
+TEST(Scanner, UnicodeIdentifiers) {
+    Tokens expected = {Id("\xC3\xA9t\xC3\xA9"), Id("a\xCC\x80"), Id("x\xE2\x80\x8C" "y")};
+    // U+200C arrives as an escape: its UTF-8 bytes would decode to another value.
+    EXPECT_EQ(ScanAll("\xC3\xA9t\xC3\xA9 a\xCC\x80 x\\u200Cy"), expected);
+}
+
+TEST(Scanner, ThreeByteCharactersAreReencodedFromTheirShiftedValues) {
+    // E2 82 AC reads as 0x40AC, a CJK letter, and is written back as E4 82 AC.
+    EXPECT_EQ(Single("\xE2\x82\xAC"), Id("\xE4\x82\xAC"));
+    EXPECT_EQ(Single("\xE4\xB8\xAD"), Id("\xE8\xB8\xAD"));
+}
+
+TEST(Scanner, EscapesFormIdentifiers) {
+    Tokens expected = {Id("abx"), Id("\xE4\x86\xBC")};
+    EXPECT_EQ(ScanAll("a\\u0062x \\u0041BC"), expected);
+    // Every hexadecimal digit belongs to the escape, however many follow.
+    EXPECT_EQ(Single("a\\u0062c"), Id("a\xD8\xAC"));
+}
+
+TEST(Scanner, EscapedKeywordIsAKeyword) {
+    EXPECT_EQ(Single("\\u0069\\u0066"), (ScannedToken{LEX_IF, "if"}));
+}
+
+// ---------------------------------------------------------------------------------------------
+// Numbers
+
+TEST(Scanner, DecimalIntegers) {
+    Tokens expected = {Int("0"), Int("7"), Int("1234567890")};
+    EXPECT_EQ(ScanAll("0 7 1234567890"), expected);
+}
+
+TEST(Scanner, OctalNumbers) {
+    EXPECT_EQ(Single("0777"), Int("0777"));
+    Tokens split = {Int("07"), Int("8")};
+    EXPECT_EQ(ScanAll("078"), split);
+    Tokens fraction = {Int("0777"), Float(".5")};
+    EXPECT_EQ(ScanAll("0777.5"), fraction);
+}
+
+TEST(Scanner, LeadingZeroWithEightOrNineIsDecimal) {
+    EXPECT_EQ(Single("09"), Int("09"));
+    EXPECT_EQ(Single("08"), Int("08"));
+    EXPECT_EQ(Single("089"), Int("089"));
+    EXPECT_EQ(Single("08.5"), Float("08.5"));
+}
+
+TEST(Scanner, HexadecimalNumbers) {
+    EXPECT_EQ(Single("0x1F"), Int("0x1F"));
+    EXPECT_EQ(Single("0XaB"), Int("0XaB"));
+    EXPECT_EQ(Single("0xe5"), Int("0xe5"));
+    Tokens fraction = {Int("0x1F"), Float(".5")};
+    EXPECT_EQ(ScanAll("0x1F.5"), fraction);
+    Tokens letters = {Int("0xABC"), Id("g")};
+    EXPECT_EQ(ScanAll("0xABCg"), letters);
+}
+
+TEST(Scanner, HexPrefixWithoutDigits) {
+    EXPECT_EQ(Single("0x"), Int("0x"));
+    Tokens expected = {Int("0x"), Id("g")};
+    EXPECT_EQ(ScanAll("0xg"), expected);
+}
+
+TEST(Scanner, Floats) {
+    Tokens expected = {Float(".5"), Float("0.5"), Float("1.5"), Float("1."), Float("1.e5"), Float("1e5"),
+                       Float("1E5"), Float("1e+5"), Float("1e-5"), Float("2.5e10"), Float("0e5")};
+    EXPECT_EQ(ScanAll(".5 0.5 1.5 1. 1.e5 1e5 1E5 1e+5 1e-5 2.5e10 0e5"), expected);
+}
+
+TEST(Scanner, ExponentWithoutDigitsEndsTheToken) {
+    Tokens expected = {Float("1e"), Id("x")};
+    EXPECT_EQ(ScanAll("1ex"), expected);
+    Tokens signedExponent = {Float("1e+"), Id("x")};
+    EXPECT_EQ(ScanAll("1e+x"), signedExponent);
+    Tokens minus = {Float("1e-"), Char(';')};
+    EXPECT_EQ(ScanAll("1e-;"), minus);
+}
+
+TEST(Scanner, SecondDotStartsANewNumber) {
+    Tokens expected = {Float("1.2"), Float(".3")};
+    EXPECT_EQ(ScanAll("1.2.3"), expected);
+}
+
+TEST(Scanner, DotWithoutDigitIsAnOperator) {
+    Tokens expected = {Id("a"), Char('.'), Id("b")};
+    EXPECT_EQ(ScanAll("a.b"), expected);
+}
+
+TEST(Scanner, DotDigitAfterIdentifierIsANumber) {
+    Tokens expected = {Id("a"), Float(".1")};
+    EXPECT_EQ(ScanAll("a.1"), expected);
+    Tokens spaced = {Id("a"), Char('.'), Int("1")};
+    EXPECT_EQ(ScanAll("a. 1"), spaced);
+}
+
+TEST(Scanner, NumberFollowedByIdentifier) {
+    Tokens expected = {Int("1"), Id("a")};
+    EXPECT_EQ(ScanAll("1a"), expected);
+}
+
+TEST(Scanner, EscapesInsideNumbers) {
+    EXPECT_EQ(Single("1\\u0032"), Int("12"));
+}
+
+// ---------------------------------------------------------------------------------------------
+// Strings
+
+TEST(Scanner, StringsInBothQuotes) {
+    Tokens expected = {Str("abc"), Str("d'e"), Str("f\"g"), Str("")};
+    EXPECT_EQ(ScanAll("\"abc\" \"d'e\" 'f\"g' ''"), expected);
+}
+
+TEST(Scanner, SingleLetterEscapes) {
+    EXPECT_EQ(StringValue("'\\a\\b\\f\\n\\r\\t\\v'"), "\x07\x08\x0C\x0A\x0D\x09\x0B");
+}
+
+TEST(Scanner, OtherEscapesGiveTheCharacterItself) {
+    EXPECT_EQ(StringValue("'\\\\'"), "\\");
+    EXPECT_EQ(StringValue("'\\''"), "'");
+    EXPECT_EQ(StringValue("\"\\\"\""), "\"");
+    EXPECT_EQ(StringValue("'\\q\\U\\8\\9'"), "qU89");
+    EXPECT_EQ(StringValue("'\\\xC3\xA9'"), "\xC3\xA9");
+}
+
+TEST(Scanner, LineContinuationInsideString) {
+    Lexer* lexer = NewTestLexer("'a\\\nb' c");
+    EXPECT_EQ(TokenText(lexer), "ab");
+    ScanToken(lexer);
+    EXPECT_EQ(TokenText(lexer), "c");
+    EXPECT_EQ(lexer->tokenPosition.line, 2);
+}
+
+TEST(Scanner, LineContinuationWithCrLfAndLoneCr) {
+    EXPECT_EQ(StringValue("'a\\\r\nb'"), "ab");
+    EXPECT_EQ(StringValue("'a\\\rb'"), "ab");
+}
+
+TEST(Scanner, UnicodeEscapeTakesUpToFourDigits) {
+    EXPECT_EQ(StringValue("'\\u0041'"), "A");
+    EXPECT_EQ(StringValue("'\\u00414'"), "A4");
+    EXPECT_EQ(StringValue("'\\u20AC'"), "\xE2\x82\xAC");
+    EXPECT_EQ(StringValue("'\\uFFFF'"), "\xEF\xBF\xBF");
+}
+
+TEST(Scanner, UnicodeEscapeWithFewerDigitsTakesThoseThere) {
+    EXPECT_EQ(StringValue("'\\u41'"), "A");
+    EXPECT_EQ(StringValue("'\\u41z'"), "Az");
+    // No digit: the value 0, which ends the text.
+    EXPECT_EQ(StringValue("'a\\uzb'"), "a");
+}
+
+TEST(Scanner, HexEscapeTakesOneOrTwoDigits) {
+    EXPECT_EQ(StringValue("'\\x41'"), "A");
+    EXPECT_EQ(StringValue("'\\x414'"), "A4");
+    EXPECT_EQ(StringValue("'\\x4'"), "\x04");
+    EXPECT_EQ(StringValue("'\\x4g'"), "\x04g");
+    EXPECT_EQ(StringValue("'\\xff'"), "\xC3\xBF");
+}
+
+TEST(Scanner, OctalEscapeTakesUpToThreeDigits) {
+    EXPECT_EQ(StringValue("'\\101'"), "A");
+    EXPECT_EQ(StringValue("'\\1011'"), "A1");
+    EXPECT_EQ(StringValue("'\\7'"), "\x07");
+    EXPECT_EQ(StringValue("'\\18'"), "\x01" "8");
+    EXPECT_EQ(StringValue("'\\377'"), "\xC3\xBF");
+    EXPECT_EQ(StringValue("'\\777'"), "\xC7\xBF");
+}
+
+TEST(Scanner, CodePointZeroEndsTheTokenText) {
+    EXPECT_EQ(StringValue("'a\\0b'"), "a");
+    EXPECT_EQ(StringValue("'a\\x0b'"), "a\x0B");
+    EXPECT_EQ(StringValue("'a\\x00b'"), "a");
+    EXPECT_EQ(StringValue("'a\\u0000b'"), "a");
+}
+
+TEST(Scanner, RawCharactersInStringsAreReencoded) {
+    EXPECT_EQ(StringValue("'\xC3\xA9'"), "\xC3\xA9");
+    EXPECT_EQ(StringValue("'\xE2\x82\xAC'"), "\xE4\x82\xAC");
+}
+
+TEST(Scanner, StringAdvancesResolveNoEscape) {
+    // Resolving after the opening quote would turn \u0022 into the closing quote.
+    EXPECT_EQ(StringValue("\"\\u0022x\""), "\"x");
+    // Outside the string the escape is resolved at the next token's start.
+    Tokens expected = {Str("a"), Id("A")};
+    EXPECT_EQ(ScanAll("'a'\\u0041"), expected);
+}
+
+TEST(Scanner, EscapedQuoteAfterStringStartsAnotherString) {
+    Tokens expected = {Str("a"), Str("x")};
+    EXPECT_EQ(ScanAll("'a'\\u0027x'"), expected);
+}
+
+TEST(Scanner, UnterminatedStringAtEndOfInput) {
+    EXPECT_EQ(ScanError("'abc"), "Error : file.js(1) : unterminated string literal\n");
+    EXPECT_EQ(ScanError("\"abc"), "Error : file.js(1) : unterminated string literal\n");
+    EXPECT_EQ(ScanError("'"), "Error : file.js(1) : unterminated string literal\n");
+}
+
+TEST(Scanner, RawNewlineInsideStringIsUnterminated) {
+    EXPECT_EQ(ScanError("'ab\ncd'"), "Error : file.js(1) : unterminated string literal\n");
+    EXPECT_EQ(ScanError("'ab\rcd'"), "Error : file.js(1) : unterminated string literal\n");
+    EXPECT_EQ(ScanError("'ab\r\ncd'"), "Error : file.js(1) : unterminated string literal\n");
+}
+
+TEST(Scanner, BackslashAtEndOfInputIsUnterminated) {
+    EXPECT_EQ(ScanError("'ab\\"), "Error : file.js(1) : unterminated string literal\n");
+}
+
+TEST(Scanner, StringErrorIsReportedAtTheCurrentLine) {
+    EXPECT_EQ(ScanError("x\n\n'abc", "s.js"), "Error : s.js(3) : unterminated string literal\n");
+    EXPECT_EQ(ScanError("'a\\\nb\\\nc", "s.js"), "Error : s.js(3) : unterminated string literal\n");
+}
+
+TEST(Scanner, MalformedHexEscape) {
+    EXPECT_EQ(ScanError("'\\xg'"), "Error : file.js(1) : malformed hexadecimal character escape sequence\n");
+    EXPECT_EQ(ScanError("'\\x'"), "Error : file.js(1) : malformed hexadecimal character escape sequence\n");
+    EXPECT_EQ(ScanError("'\\x"), "Error : file.js(1) : malformed hexadecimal character escape sequence\n");
+}
+
+TEST(Scanner, StringErrorThrowsCompileException) {
+    Lexer* lexer = NewTestLexer("a 'b");
+    EXPECT_THROW(ScanToken(lexer), CompileException);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Operators
+
+TEST(Scanner, EveryOperatorOfTheTable) {
+    const std::vector<std::pair<const char*, int32_t>> operators = {
+        {"==", LEX_EQUAL},         {"===", LEX_TYPEEQUAL},      {"=>", LEX_ARROW},
+        {"!=", LEX_NEQUAL},        {"!==", LEX_NTYPEEQUAL},     {"<=", LEX_LEQUAL},
+        {"<<", LEX_LSHIFT},        {"<<=", LEX_LSHIFTEQUAL},    {">=", LEX_GEQUAL},
+        {">>", LEX_RSHIFT},        {">>>", LEX_RSHIFTU},        {">>>=", LEX_RSHIFTUEQUAL},
+        {">>=", LEX_RSHIFTEQUAL},  {"++", LEX_PLUSPLUS},        {"+=", LEX_PLUSEQUAL},
+        {"--", LEX_MINUSMINUS},    {"-=", LEX_MINUSEQUAL},      {"&&", LEX_ANDAND},
+        {"&=", LEX_ANDEQUAL},      {"||", LEX_OROR},            {"|=", LEX_OREQUAL},
+        {"*=", LEX_ASTERISKEQUAL}, {"/=", LEX_SLASHEQUAL},      {"%=", LEX_PERCENTEQUAL},
+        {"^=", LEX_XOREQUAL},
+    };
+    for (const auto& [text, kind] : operators) {
+        ScannedToken expected{kind, text};
+        EXPECT_EQ(Single(text), expected) << text;
+    }
+}
+
+TEST(Scanner, SingleCharacterOperators) {
+    for (const char* text : {"=", "!", "<", ">", "+", "-", "&", "|", "*", "/", "%", "^", "~", "?", ":",
+                             ";", ",", ".", "(", ")", "[", "]", "{", "}", "@", "#", "`", "\\"}) {
+        EXPECT_EQ(Single(text), Char(text[0])) << text;
+    }
+}
+
+TEST(Scanner, ArrowBetweenIdentifiers) {
+    Tokens expected = {Id("a"), {LEX_ARROW, "=>"}, Id("b")};
+    EXPECT_EQ(ScanAll("a=>b"), expected);
+    EXPECT_EQ(ScanAll("a=>b")[1].kind, 260);
+}
+
+TEST(Scanner, UnsignedShiftAssignIsOneToken) {
+    EXPECT_EQ(Single(">>>=").kind, 280);
+}
+
+TEST(Scanner, OperatorsTakeTheLongestMatchOnly) {
+    Tokens expected = {{LEX_TYPEEQUAL, "==="}, Char('=')};
+    EXPECT_EQ(ScanAll("===="), expected);
+    Tokens plus = {{LEX_PLUSPLUS, "++"}, Char('+')};
+    EXPECT_EQ(ScanAll("+++"), plus);
+    Tokens shifts = {{LEX_RSHIFTUEQUAL, ">>>="}, {LEX_GEQUAL, ">="}};
+    EXPECT_EQ(ScanAll(">>>=>="), shifts);
+    Tokens ors = {{LEX_OROR, "||"}, {LEX_OREQUAL, "|="}};
+    EXPECT_EQ(ScanAll("|||="), ors);
+    Tokens notArrow = {Char('!'), {LEX_GEQUAL, ">="}};
+    EXPECT_EQ(ScanAll("!>="), notArrow);
+    Tokens lessArrow = {Char('<'), {LEX_GEQUAL, ">="}};
+    EXPECT_EQ(ScanAll("<>="), lessArrow);
+    Tokens notEqualArrow = {{LEX_NEQUAL, "!="}, Char('>')};
+    EXPECT_EQ(ScanAll("!=>"), notEqualArrow);
+}
+
+TEST(Scanner, EscapesInsideOperators) {
+    EXPECT_EQ(Single("=\\u003D"), (ScannedToken{LEX_EQUAL, "=="}));
+    Tokens expected = {Id("a"), {LEX_EQUAL, "=="}, Id("b")};
+    EXPECT_EQ(ScanAll("a\\u003D\\u003D b"), expected);
+}
+
+TEST(Scanner, OtherCodePointsAreTokensOfTheirOwnCode) {
+    // F0 9F 98 80 reads as 0x3E600, unassigned, and is written back in the standard layout.
+    Tokens expected = {{0x3E600, "\xF0\xBE\x98\x80"}, {0x20AC, "\xE2\x82\xAC"}, {0xB0, "\xC2\xB0"}};
+    EXPECT_EQ(ScanAll("\xF0\x9F\x98\x80 \\u20AC \xC2\xB0"), expected);
+}
+
+TEST(Scanner, ControlCharactersAreTokens) {
+    Tokens expected = {{1, "\x01"}, {0x1B, "\x1B"}};
+    EXPECT_EQ(ScanAll("\x01\x1B"), expected);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Malformed input
+
+TEST(Scanner, MalformedUtf8NeverStopsTheScanner) {
+    const std::vector<std::string> sources = {
+        "\x80", "\xBF\xBF\xBF", "a\xC3", "a\xE2\x82", "a\xF0\x9F\x98", "\xFF\xFE\xFD", "'\xE2",
+        "\"\xF0", "/*\xE2", "//\xF0", "1\xE2", "\\u\xF0", "\xEF\xBB\xBF\xEF\xBB", "\r\r\r\xC3",
+    };
+    for (const std::string& source : sources) {
+        std::string error = ScanError(source);
+        EXPECT_TRUE(error.empty() || error == "Error : file.js(1) : unterminated string literal\n") << source;
+    }
+}
+
+TEST(Scanner, LoneCrsAreNewlines) {
+    Lexer* lexer = NewTestLexer("\r\r\ra");
+    EXPECT_EQ(TokenText(lexer), "a");
+    EXPECT_EQ(lexer->tokenPosition.line, 4);
+}
+
+TEST(Scanner, EscapeWithoutDigitsEndsTheInput) {
+    Tokens expected = {Id("a")};
+    EXPECT_EQ(ScanAll("a \\uz b"), expected);
+}
+
+TEST(Scanner, ArbitraryBytesScanToTheEndOrAStringError) {
+    // A fixed pseudo-random sequence, so a failure reproduces.
+    uint32_t state = 12345;
+    auto nextByte = [&state]() {
+        state = state * 1103515245u + 12345u;
+        return static_cast<char>((state >> 16) & 0xFF);
+    };
+    const char interesting[] = "\\u'\"/*\n\r+-=<>.0x9eE\xC3\xE2\xF0\x80\xBF";
+    for (int round = 0; round < 3000; round++) {
+        std::string source;
+        int length = 1 + round % 40;
+        for (int i = 0; i < length; i++) {
+            char byte = nextByte();
+            if (byte & 1) byte = interesting[static_cast<unsigned char>(byte) % (sizeof interesting - 1)];
+            source.push_back(byte);
+        }
+        std::string error = ScanError(source);
+        EXPECT_TRUE(error.empty() || error.find("Error : file.js(") == 0) << error;
+    }
+}

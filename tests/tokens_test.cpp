@@ -1,0 +1,188 @@
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <string>
+
+#include "api/diagnostics.h"
+#include "api/strings.h"
+#include "lexer/tokens.h"
+#include "support/lexer_support.h"
+
+namespace {
+
+std::string KindName(int32_t kind) {
+    RefString* name = TokenKindName(kind);
+    std::string text = name->text;
+    ReleaseRefString(name);
+    return text;
+}
+
+std::string MatchError(const std::string& source, int32_t kind) {
+    Lexer* lexer = NewTestLexer(source);
+    try {
+        MatchToken(lexer, kind);
+    } catch (const CompileException& exception) {
+        return exception.what();
+    }
+    return "";
+}
+
+std::string MatchEitherError(const std::string& source, int32_t first, int32_t second) {
+    Lexer* lexer = NewTestLexer(source);
+    try {
+        MatchEitherToken(lexer, first, second);
+    } catch (const CompileException& exception) {
+        return exception.what();
+    }
+    return "";
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------
+// Keyword table
+
+TEST(KeywordTable, HasThirtyOneEntriesSortedByteWiseWithFlagOne) {
+    ASSERT_EQ(sizeof KeywordTable / sizeof KeywordTable[0], 31u);
+    for (size_t i = 0; i < 31; i++) {
+        EXPECT_EQ(KeywordTable[i].flag, 1) << KeywordTable[i].text;
+        if (i > 0) {
+            EXPECT_LT(std::strcmp(KeywordTable[i - 1].text, KeywordTable[i].text), 0) << KeywordTable[i].text;
+        }
+    }
+}
+
+TEST(KeywordTable, EveryEntryIsFoundWithItsKind) {
+    for (const KeywordEntry& entry : KeywordTable) {
+        EXPECT_EQ(LookupKeyword(entry.text), entry.kind) << entry.text;
+    }
+}
+
+TEST(KeywordTable, KindsMatchTheirPrintedNames) {
+    for (const KeywordEntry& entry : KeywordTable) {
+        if (entry.kind <= LEX_DEFAULT) {
+            EXPECT_EQ(KindName(entry.kind), entry.text);
+        }
+    }
+    EXPECT_EQ(LookupKeyword("this"), LEX_THIS);
+    EXPECT_EQ(LookupKeyword("function"), LEX_FUNCTION);
+    EXPECT_EQ(LookupKeyword("yield"), LEX_YIELD);
+}
+
+TEST(KeywordTable, OtherWordsAreIdentifiers) {
+    for (const char* word : {"of", "", "Break", "IF", "ins", "instanceofx", "get", "set", "undefined", "a", "zzz"}) {
+        EXPECT_EQ(LookupKeyword(word), LEX_ID) << word;
+    }
+}
+
+TEST(KeywordTable, ComparisonIsByteWise) {
+    EXPECT_EQ(LookupKeyword("\xC3\xA9"), LEX_ID);
+    EXPECT_EQ(LookupKeyword("if\xC3\xA9"), LEX_ID);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Kind names
+
+TEST(TokenKindName, EndOfInputIsEof) {
+    EXPECT_EQ(KindName(0), "eof");
+}
+
+TEST(TokenKindName, SingleCharactersPrintAsThemselves) {
+    EXPECT_EQ(KindName(65), "A");
+    EXPECT_EQ(KindName(';'), ";");
+    EXPECT_EQ(KindName('}'), "}");
+    EXPECT_EQ(KindName(1), "\x01");
+    EXPECT_EQ(KindName(255), "\xFF");
+}
+
+TEST(TokenKindName, NamedKinds) {
+    const char* const names[] = {
+        "equal", "typeequal", "nequal", "ntypeequal", "260", "lequal", "gequal", "lshift", "rshift",
+        "rshiftu", "plusplus", "minusminus", "268", "269", "andand", "oror", "int", "plusequal",
+        "minusequal", "asteriskequal", "slashequal", "percentequal", "lshiftequal", "rshiftequal",
+        "rshiftuequal", "andequal", "orequal", "xorequal", "id", "str", "regexp", "label",
+        "dummylabel", "float", "if", "else", "do", "while", "for", "in", "of", "break", "continue",
+        "return", "var", "let", "const", "with", "true", "false", "null", "new", "try", "catch",
+        "finally", "throw", "typeof", "void", "delete", "instanceof", "switch", "case", "default",
+    };
+    ASSERT_EQ(sizeof names / sizeof names[0], 63u);
+    for (int32_t kind = 256; kind <= 318; kind++) EXPECT_EQ(KindName(kind), names[kind - 256]) << kind;
+}
+
+TEST(TokenKindName, UnnamedKindsPrintTheirNumber) {
+    EXPECT_EQ(KindName(LEX_ARROW), "260");
+    EXPECT_EQ(KindName(268), "268");
+    EXPECT_EQ(KindName(269), "269");
+    EXPECT_EQ(KindName(319), "319");
+    EXPECT_EQ(KindName(324), "324");
+    EXPECT_EQ(KindName(337), "337");
+    EXPECT_EQ(KindName(0x3E600), "255488");
+    EXPECT_EQ(KindName(-1), "-1");
+    EXPECT_EQ(KindName(INT32_MIN), "-2147483648");
+    EXPECT_EQ(KindName(INT32_MAX), "2147483647");
+}
+
+TEST(TokenKindName, ReturnsAFreshStringEachTime) {
+    RefString* first = TokenKindName(LEX_ID);
+    RefString* second = TokenKindName(LEX_ID);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(first->refs, 1u);
+    ReleaseRefString(first);
+    ReleaseRefString(second);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Matching
+
+TEST(MatchToken, MatchingKindScansTheNextToken) {
+    Lexer* lexer = NewTestLexer("a ;");
+    MatchToken(lexer, LEX_ID);
+    EXPECT_EQ(lexer->tokenKind, ';');
+    EXPECT_EQ(lexer->previousKind, LEX_ID);
+    MatchToken(lexer, ';');
+    EXPECT_EQ(lexer->tokenKind, LEX_EOF);
+}
+
+TEST(MatchToken, MissingSemicolonBeforeBrace) {
+    EXPECT_EQ(MatchError("}", ';'), "Error : file.js(1) : Got '}' (}) expected ';'\n");
+}
+
+TEST(MatchToken, MismatchNamesBothKinds) {
+    EXPECT_EQ(MatchError("foo", '('), "Error : file.js(1) : Got 'foo' (id) expected '('\n");
+    EXPECT_EQ(MatchError("'s'", LEX_ID), "Error : file.js(1) : Got 's' (str) expected 'id'\n");
+    EXPECT_EQ(MatchError("1.5", LEX_INT), "Error : file.js(1) : Got '1.5' (float) expected 'int'\n");
+    EXPECT_EQ(MatchError("=>", LEX_ID), "Error : file.js(1) : Got '=>' (260) expected 'id'\n");
+    EXPECT_EQ(MatchError("this", LEX_ID), "Error : file.js(1) : Got 'this' (319) expected 'id'\n");
+    EXPECT_EQ(MatchError("x", LEX_FUNCTION), "Error : file.js(1) : Got 'x' (id) expected '324'\n");
+}
+
+TEST(MatchToken, AtEndOfInputTheTextIsEmpty) {
+    EXPECT_EQ(MatchError("", ';'), "Error : file.js(1) : Got '' (eof) expected ';'\n");
+    EXPECT_EQ(MatchError("\n\n", ')'), "Error : file.js(3) : Got '' (eof) expected ')'\n");
+}
+
+TEST(MatchToken, ErrorIsReportedAtTheLexersCurrentLine) {
+    // The string starts on line 1, but the lexer already stands on line 2.
+    EXPECT_EQ(MatchError("'a\\\nb'", ';'), "Error : file.js(2) : Got 'ab' (str) expected ';'\n");
+}
+
+TEST(MatchToken, PercentInTokenTextIsPrintedVerbatim) {
+    EXPECT_EQ(MatchError("%", ';'), "Error : file.js(1) : Got '%' (%) expected ';'\n");
+    EXPECT_EQ(MatchError("'%d%s'", ';'), "Error : file.js(1) : Got '%d%s' (str) expected ';'\n");
+}
+
+TEST(MatchEitherToken, ReturnsTheKindMatchedAndScansOn) {
+    Lexer* lexer = NewTestLexer(", }");
+    EXPECT_EQ(MatchEitherToken(lexer, ',', '}'), ',');
+    EXPECT_EQ(lexer->tokenKind, '}');
+    EXPECT_EQ(MatchEitherToken(lexer, ',', '}'), '}');
+    EXPECT_EQ(lexer->tokenKind, LEX_EOF);
+    EXPECT_EQ(lexer->previousKind, '}');
+}
+
+TEST(MatchEitherToken, MismatchNamesAllThreeKinds) {
+    EXPECT_EQ(MatchEitherError("x", ',', '}'), "Error : file.js(1) : Got 'x' (id) expected ',' or '}'\n");
+    EXPECT_EQ(MatchEitherError("", LEX_ID, LEX_STR),
+              "Error : file.js(1) : Got '' (eof) expected 'id' or 'str'\n");
+}
