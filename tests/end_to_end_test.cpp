@@ -112,6 +112,10 @@ TEST(EndToEnd, NestedFunctionsInsideFunctionMode) {
                  "nested_functions.txt");
 }
 
+TEST(EndToEnd, ArrayElisionElementReadLogicalUnaryAndMemberStore) {
+    ExpectReport("var o = [1, , \"s\"];\no.p = !o[0] && typeof o || -2.5;\n", true, "expressions.txt");
+}
+
 // Every message of the statement compiler, with its file and line.
 TEST(EndToEnd, BreakWithoutContext) {
     EXPECT_EQ(CompileError("var a;\nbreak;\n"), "Error : test.js(2) : break with no context\n");

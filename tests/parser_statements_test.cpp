@@ -146,6 +146,14 @@ TEST(ParserStatements, EmptySourceGivesEmptyRoot) {
     EXPECT_EQ(result.parser->root.count, 0u);
 }
 
+TEST(ParserStatements, SyntaxErrorLeavesOneMessageAndNoParser) {
+    ParseResult result = ParseSource("var x = (1;", "bad.js");
+    EXPECT_EQ(result.unit->status, 1);
+    EXPECT_EQ(result.unit->errorCount, 1);
+    EXPECT_EQ(result.parser, nullptr);
+    EXPECT_EQ(result.error, "Error : bad.js(1) : Got ';' (;) expected ')'\n");
+}
+
 TEST(ParserStatements, LabelIsColonNodeFollowedByItsStatement) {
     ParseResult result = ParseSource("a: b;");
     const Node* label = result.parser->root.first;

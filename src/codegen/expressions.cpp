@@ -42,7 +42,7 @@ void CompileUnary(CodeGenContext& cx, Node* node, uint32_t opcode, uint32_t seco
     PushType(cx, resultType);
 }
 
-// '-' with one operand: push.d -0 for a literal 0, else operand; neg.T.d 0x0100
+// '-' with one operand: push.d -0 for a literal 0, else operand; neg.T (second type 0) 0x0100
 void CompileNegate(CodeGenContext& cx, Node* node) {
     Node* operand = node->first;
     bool literalZero = operand && (operand->kind == LEX_INT || operand->kind == LEX_FLOAT) &&

@@ -1,6 +1,5 @@
 // Object and array literals, built by calls of the runner's @@NewObject@@, @@NewProperty@@ and
 // @@NewArray@@.
-#include <cstdlib>
 
 #include "api/crc32.h"
 #include "api/hash_table.h"

@@ -1,5 +1,4 @@
 // Arithmetic, bitwise, comparison, compound-assignment and value-selecting operators.
-#include <cstdlib>
 
 #include "api/stack_guard.h"
 #include "codegen/codegen.h"

