@@ -29,6 +29,13 @@ void RecordCompileException(CompileUnit* unit, const CompileException& exception
     RecordFailure(unit, 1, CheckedStrdup(exception.what()));
 }
 
+// Units belong to the host; the library never frees one.
+__attribute__((noinline)) CompileUnit* NewCompileUnit(const char* scriptName) {
+    CompileUnit* unit = static_cast<CompileUnit*>(CheckedCalloc(1, sizeof(CompileUnit)));
+    unit->scriptName = CheckedStrdup(scriptName ? scriptName : "");
+    return unit;
+}
+
 // The first entry that this compile added to a process-wide list.
 template <typename Record>
 Record** AddedSince(const PtrArray& list, int32_t before, int32_t* count) {
@@ -45,8 +52,7 @@ VELTJS_API void VeltJS_Init(void) { BuildCrc32Table(); }
 VELTJS_API void VeltJS_Quit(void) {}
 
 VELTJS_API CompileUnit* VeltJS_Parse(const char* source, const char* fileName, const char* scriptName) {
-    CompileUnit* unit = static_cast<CompileUnit*>(CheckedCalloc(1, sizeof(CompileUnit)));
-    unit->scriptName = CheckedStrdup(scriptName ? scriptName : "");
+    CompileUnit* unit = NewCompileUnit(scriptName);
     BeginStackGuard();
     RefString* sourceText = nullptr;
     RefString* fileText = nullptr;

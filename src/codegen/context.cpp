@@ -76,9 +76,11 @@ uint32_t* NamePairs(CodeGenContext& cx, const HashTable& table) {
     for (int32_t bucket = 0; bucket <= table.mask; bucket++) {
         for (HashEntry* entry = table.buckets[bucket].first; entry; entry = entry->next) {
             const VarEntry* var = static_cast<const VarEntry*>(entry->value);
-            // The qualified text is interned by pointer, so it is kept for the process's life.
+            // The qualified text is interned by pointer: kept when the table took it, else released.
             RefString* qualified = QualifiedName(cx, VarEntryText(var));
-            pairs[used * 2] = static_cast<uint32_t>(InternName(qualified->text));
+            int32_t qualifiedIndex = InternName(qualified->text);
+            if (NameArray.data[qualifiedIndex] != qualified->text) ReleaseRefString(qualified);
+            pairs[used * 2] = static_cast<uint32_t>(qualifiedIndex);
             pairs[used * 2 + 1] = static_cast<uint32_t>(InternName(VarEntryText(var)));
             used++;
         }

@@ -19,6 +19,11 @@ void EmitFunctionReference(CodeGenContext& cx, const char* qualifiedName) {
     EmitCall(cx, "@@script_ref@@", 1);
 }
 
+// Function records belong to the host once compiled; the library never frees them.
+__attribute__((noinline)) FunctionRecord* NewFunctionRecord() {
+    return static_cast<FunctionRecord*>(CheckedCalloc(1, sizeof(FunctionRecord)));
+}
+
 // The parameters' name indices in declaration order (null when there are none).
 uint32_t* InternParameters(const Node* parameterList, int32_t* count) {
     *count = parameterList ? static_cast<int32_t>(parameterList->count) : 0;
@@ -62,7 +67,7 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
     BranchLabel* endCompile = NewLabel("endcompile");
     BranchToLabel(cx, endFunction, OP_B);
 
-    FunctionRecord* record = static_cast<FunctionRecord*>(CheckedCalloc(1, sizeof(FunctionRecord)));
+    FunctionRecord* record = NewFunctionRecord();
     record->nameIndex = static_cast<uint32_t>(InternName(qualified->text));
     record->declaredNameIndex = static_cast<uint32_t>(InternName(name));
     record->codeOffset = static_cast<uint64_t>(CodeOffset(cx));

@@ -22,12 +22,25 @@ const char* TextOf(const Node* node) { return node && node->text ? node->text->t
 // The accessor's property name: the text of its name child.
 const char* AccessorName(const Node* accessor) { return TextOf(accessor->first); }
 
+// Accessor records stay allocated after the literal is compiled, as they always have.
+__attribute__((noinline)) AccessorRecord* NewAccessorRecord(const char* name) {
+    AccessorRecord* record = static_cast<AccessorRecord*>(CheckedCalloc(1, sizeof(AccessorRecord)));
+    record->name = name;
+    return record;
+}
+
+// "__getfn%d" / "__setfn%d"; the text is never freed.
+__attribute__((noinline)) const char* AccessorFunctionName(const char* prefix) {
+    StringBuilder name{};
+    AppendFormat(name, "__%s%d", prefix, CodeGenState().accessorCounter++);
+    return name.text;
+}
+
 // Records are found by hash alone, deliberately: two names with one hash share a record.
 AccessorRecord* FindOrAddAccessor(HashTable& table, const char* name) {
     uint32_t hash = NameHash(name);
     if (HashEntry* entry = HashFindFirst(table, hash)) return static_cast<AccessorRecord*>(entry->value);
-    AccessorRecord* record = static_cast<AccessorRecord*>(CheckedCalloc(1, sizeof(AccessorRecord)));
-    record->name = name;
+    AccessorRecord* record = NewAccessorRecord(name);
     HashInsertHashed(table, hash, record);
     return record;
 }
@@ -58,9 +71,7 @@ void CompileAccessorFunction(CodeGenContext& cx, Node* accessor, const char* pre
         EmitPushUndefined(cx);
         return;
     }
-    StringBuilder name{};
-    AppendFormat(name, "__%s%d", prefix, CodeGenState().accessorCounter++);
-    CompileFunction(cx, accessor->first, name.text);
+    CompileFunction(cx, accessor->first, AccessorFunctionName(prefix));
 }
 
 }  // namespace
@@ -72,24 +83,29 @@ void CompileObjectLiteral(CodeGenContext& cx, Node* node) {
     uint32_t count = 0;
     HashTable accessors{};
     InitHashTable(accessors, kAccessorBuckets);
-    for (Node* child = node->first; child; child = child->next) {
-        if (child->kind == LEX_GETTER || child->kind == LEX_SETTER) {
-            AddAccessor(accessors, child);
-        } else {
-            CompilePlainProperty(cx, child);
-            count += 2;
+    try {
+        for (Node* child = node->first; child; child = child->next) {
+            if (child->kind == LEX_GETTER || child->kind == LEX_SETTER) {
+                AddAccessor(accessors, child);
+            } else {
+                CompilePlainProperty(cx, child);
+                count += 2;
+            }
         }
-    }
-    for (int32_t bucket = 0; bucket <= accessors.mask; bucket++) {
-        for (HashEntry* entry = accessors.buckets[bucket].first; entry; entry = entry->next) {
-            AccessorRecord* record = static_cast<AccessorRecord*>(entry->value);
-            CompileAccessorFunction(cx, record->getter, "getfn");
-            CompileAccessorFunction(cx, record->setter, "setfn");
-            EmitCall(cx, "@@NewProperty@@", 2);
-            AddStringAndPatch(cx, record->name);
-            Emit(cx, {MakeWord(OP_CONV, TYPE_STRING, TYPE_VARIABLE, 0)});
-            count += 2;
+        for (int32_t bucket = 0; bucket <= accessors.mask; bucket++) {
+            for (HashEntry* entry = accessors.buckets[bucket].first; entry; entry = entry->next) {
+                AccessorRecord* record = static_cast<AccessorRecord*>(entry->value);
+                CompileAccessorFunction(cx, record->getter, "getfn");
+                CompileAccessorFunction(cx, record->setter, "setfn");
+                EmitCall(cx, "@@NewProperty@@", 2);
+                AddStringAndPatch(cx, record->name);
+                Emit(cx, {MakeWord(OP_CONV, TYPE_STRING, TYPE_VARIABLE, 0)});
+                count += 2;
+            }
         }
+    } catch (...) {
+        ClearHashTable(accessors);
+        throw;
     }
     EmitCall(cx, "@@NewObject@@", count & 0xFFFFu);
     PushType(cx, TYPE_VARIABLE);
