@@ -36,6 +36,8 @@ const Construct kConstructs[] = {
      [](int n) { return static_cast<size_t>(n) + 1; }},
     {"object literals", [](int n) { return "x = " + Repeat("{a:", n) + "1" + Repeat("}", n); },
      [](int n) { return 2 * static_cast<size_t>(n) + 3; }},
+    {"unary operators", [](int n) { return Repeat("!", n) + "a"; },
+     [](int n) { return static_cast<size_t>(n) + 2; }},
     {"news", [](int n) { return Repeat("new ", n) + "F"; },
      [](int n) { return static_cast<size_t>(n) + 2; }},
     {"conditionals", [](int n) { return Repeat("a ? ", n) + "b" + Repeat(" : c", n); },
@@ -134,13 +136,17 @@ TEST(ParserNesting, ThreeHundredThousandLevelsOnTheMainThread) {
     }
 }
 
-TEST(ParserNesting, PrefixOperatorChainsUseNoStack) {
-    // The prefix operators are collected by a loop, so any number of them parses.
-    Job job = RunOnSmallStack(Repeat("!", 100000) + "a" + Repeat("-~", 50000) + "b");
-    EXPECT_EQ(job.status, 0) << job.error;
-    Job single = RunOnSmallStack(Repeat("!", 100000) + "a");
-    EXPECT_EQ(single.status, 0);
-    EXPECT_EQ(single.depth, 100002u);
+TEST(ParserNesting, PrefixOperatorChainsAreBoundedAtTenThousand) {
+    Job longest = RunOnSmallStack(Repeat("!", 10000) + "a");
+    EXPECT_EQ(longest.status, 0) << longest.error;
+    EXPECT_EQ(longest.depth, 10002u);
+    Job mixed = RunOnSmallStack("a" + Repeat("-~", 5000) + "b");
+    EXPECT_EQ(mixed.status, 0) << mixed.error;
+    Job tooLong = RunOnSmallStack(Repeat("!", 10001) + "a");
+    EXPECT_EQ(tooLong.status, 1);
+    EXPECT_EQ(tooLong.error, "Error : f(1) : nesting too deep\n");
+    Job onLaterLine = RunOnSmallStack("x;\ny = " + Repeat("-", 100000) + "1");
+    EXPECT_EQ(onLaterLine.error, "Error : f(2) : nesting too deep\n");
 }
 
 TEST(ParserNesting, DeepChainsOfLoopsDoNotTouchTheStack) {

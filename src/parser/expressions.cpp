@@ -249,13 +249,18 @@ Node* ParseAdditive(Parser* parser) { return ParseBinary(parser, kLevelAdditive)
 // Multiplicative -> Unary (('*' | '/' | '%') Unary)*
 Node* ParseMultiplicative(Parser* parser) { return ParseBinary(parser, kLevelMultiplicative); }
 
+// Longest prefix chain accepted. Collecting the chain costs no stack, but every later walk of
+// the tree descends it level by level, so an unbounded chain only moves the failure elsewhere.
+constexpr int32_t kMaxPrefixChain = 10000;
+
 // Unary -> PrefixOp* MemberCall [ '++' | '--' ]
 Node* ParseUnary(Parser* parser) {
     Lexer* lexer = parser->lexer;
     Node* outermost = nullptr;
     Node* innermost = nullptr;
-    // A loop, not recursion: a prefix chain costs no stack however long it is.
+    int32_t chain = 0;
     while (IsPrefixOperator(lexer->tokenKind)) {
+        if (++chain > kMaxPrefixChain) ReportError(&lexer->position, "nesting too deep");
         Node* n = MakeTokenNode(lexer);
         Consume(lexer);
         if (innermost) {
