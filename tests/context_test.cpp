@@ -544,3 +544,29 @@ TEST(FunctionRecords, AFunctionDeclaredTwiceKeepsOneEntry) {
     ASSERT_EQ(unit->fourthCount, 2);
     EXPECT_STREQ(unit->names[unit->fourth[1]->nameIndex], "f");
 }
+
+TEST(FunctionRecords, AfterAHostRenamesAFunctionsNameTheRecordIsFoundByItsNewName) {
+    CompileUnit* first = ParseAndCompile("function f() {}");
+    ASSERT_EQ(first->status, 0);
+    ASSERT_EQ(first->fourthCount, 2);
+    FunctionRecord* original = first->fourth[1];
+    static const char kRenamed[] = "g";
+    VeltJS_AddName(kRenamed, static_cast<int32_t>(original->nameIndex));
+
+    CompileUnit* second = ParseAndCompile("function g() {}");
+    ASSERT_EQ(second->status, 0);
+    // The search reads names through the table, so the renamed entry is "g" and is replaced.
+    EXPECT_EQ(second->fourthCount, 1);
+    EXPECT_NE(GlobalFunctionRecords.data[1], original);
+    EXPECT_EQ(GlobalFunctionRecords.count, 3);
+}
+
+TEST(FunctionRecords, WithoutRenamesASecondDefinitionReplacesTheFirst) {
+    CompileUnit* first = ParseAndCompile("function f() {}");
+    ASSERT_EQ(first->fourthCount, 2);
+    FunctionRecord* original = first->fourth[1];
+    CompileUnit* second = ParseAndCompile("function f() {}");
+    EXPECT_EQ(second->fourthCount, 1);
+    EXPECT_NE(GlobalFunctionRecords.data[1], original);
+    EXPECT_EQ(GlobalFunctionRecords.count, 3);
+}

@@ -61,6 +61,7 @@ struct Tables {
 };
 
 Tables tables;
+uint64_t overwrites = 0;
 
 }  // namespace
 
@@ -85,8 +86,13 @@ void PlaceName(const char* name, int32_t index) {
         ClearPtrArrayTail(NameArray);
     }
     StorePtr(NameArray, index, pointer);
-    if (index < NameArray.count) Names().stale = true;
+    if (index < NameArray.count) {
+        Names().stale = true;
+        overwrites++;
+    }
 }
+
+uint64_t NameOverwrites() { return overwrites; }
 
 bool IsBuiltInFunction(const char* name) {
     HashEntry* entry = HashFindFirst(BuiltInFunctionTable, NameHash(name));

@@ -20,5 +20,8 @@ int32_t FindName(const char* text);
 int32_t PushName(const char* text);
 // VeltJS_AddName's placement rules; count never changes.
 void PlaceName(const char* name, int32_t index);
+// How many times a host has overwritten a name below the count; indexes keyed by name text
+// are exact only while this is zero.
+uint64_t NameOverwrites();
 // True when the built-in table holds this name (same hash, same text in the first hash match).
 bool IsBuiltInFunction(const char* name);

@@ -414,8 +414,21 @@ void FillScopeRecord(CodeGenContext& cx, ScopeRecord* scope) {
 // ---------------------------------------------------------------------------------------------
 // Function records by qualified name.
 
+// The first record whose qualified name, read through the name table, is this text.
+static int32_t ScanFunctionRecords(const char* qualifiedName) {
+    for (int32_t position = 0; position < GlobalFunctionRecords.count; position++) {
+        const FunctionRecord* record = static_cast<const FunctionRecord*>(GlobalFunctionRecords.data[position]);
+        if (!record || record->nameIndex >= static_cast<uint32_t>(NameArray.count)) continue;
+        const char* text = static_cast<const char*>(NameArray.data[record->nameIndex]);
+        if (text && std::strcmp(text, qualifiedName) == 0) return position;
+    }
+    return -1;
+}
+
 int32_t FindFunctionRecord(const char* qualifiedName) {
     if (!qualifiedName) return -1;
+    // Once a host has renamed an entry, names no longer match the index: read them as stored.
+    if (NameOverwrites() != 0) return ScanFunctionRecords(qualifiedName);
     auto& positions = FunctionPositions();
     auto found = positions.find(qualifiedName);
     return found == positions.end() ? -1 : found->second;
