@@ -1,8 +1,7 @@
 #include "api/globals.h"
 
+#include <cstdlib>
 #include <cstring>
-#include <string_view>
-#include <unordered_map>
 
 #include "api/crc32.h"
 
@@ -15,11 +14,19 @@ PtrArray GlobalFunctionRecords;
 
 namespace {
 
-// Index from name text to the lowest id holding it, for entries below NameArray.count.
+// Index from name text to the lowest id holding it, for entries below NameArray.count: open
+// addressing with linear probing; each slot keeps its name's hash, so growth never rereads text.
 // Rebuilt lazily when the host overwrites an entry below count.
+struct NameSlot {
+    uint64_t hash;
+    int32_t id;   // -1: empty
+};
+
 struct NameIndex {
-    std::unordered_map<std::string_view, int32_t> ids;
-    int32_t indexed = 0;   // entries [0, indexed) are in ids
+    NameSlot* slots = nullptr;
+    uint64_t mask = 0;
+    int64_t used = 0;
+    int32_t indexed = 0;   // entries [0, indexed) are in the index
     bool stale = false;
 };
 
@@ -28,16 +35,62 @@ NameIndex& Names() {
     return *index;
 }
 
+// FNV-1a with a final mix, so that nearby texts spread over the whole table.
+uint64_t TextHash(const char* text) {
+    uint64_t hash = 0xCBF29CE484222325ull;
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; p++) {
+        hash = (hash ^ *p) * 0x100000001B3ull;
+    }
+    hash ^= hash >> 33;
+    hash *= 0xFF51AFD7ED558CCDull;
+    hash ^= hash >> 33;
+    return hash;
+}
+
+void Resize(NameIndex& index, uint64_t capacity) {
+    NameSlot* slots = static_cast<NameSlot*>(CheckedMalloc(capacity * sizeof(NameSlot)));
+    for (uint64_t i = 0; i < capacity; i++) slots[i].id = -1;
+    for (uint64_t i = 0; index.slots && i <= index.mask; i++) {
+        if (index.slots[i].id < 0) continue;
+        uint64_t at = index.slots[i].hash & (capacity - 1);
+        while (slots[at].id >= 0) at = (at + 1) & (capacity - 1);
+        slots[at] = index.slots[i];
+    }
+    std::free(index.slots);
+    index.slots = slots;
+    index.mask = capacity - 1;
+}
+
+// The slot holding `text`, or the empty slot where it would go.
+NameSlot& Probe(NameIndex& index, const char* text, uint64_t hash) {
+    uint64_t at = hash & index.mask;
+    for (;;) {
+        NameSlot& slot = index.slots[at];
+        if (slot.id < 0) return slot;
+        if (slot.hash == hash && std::strcmp(static_cast<const char*>(NameArray.data[slot.id]), text) == 0) return slot;
+        at = (at + 1) & index.mask;
+    }
+}
+
 void CatchUp(NameIndex& index) {
-    if (index.stale) {
-        index.ids.clear();
+    if (index.stale || !index.slots) {
+        std::free(index.slots);
+        index.slots = nullptr;
+        index.used = 0;
         index.indexed = 0;
         index.stale = false;
+        Resize(index, 1024);
     }
-    char** data = reinterpret_cast<char**>(NameArray.data);
     for (; index.indexed < NameArray.count; index.indexed++) {
-        const char* text = data[index.indexed];
-        if (text) index.ids.emplace(std::string_view(text), index.indexed);
+        const char* text = static_cast<const char*>(NameArray.data[index.indexed]);
+        if (!text) continue;
+        if (static_cast<uint64_t>(index.used + 1) * 2 > index.mask + 1) Resize(index, (index.mask + 1) * 2);
+        uint64_t hash = TextHash(text);
+        NameSlot& slot = Probe(index, text, hash);
+        if (slot.id >= 0) continue;   // an earlier id already holds this text
+        slot.hash = hash;
+        slot.id = index.indexed;
+        index.used++;
     }
 }
 
@@ -68,8 +121,7 @@ uint64_t overwrites = 0;
 int32_t FindName(const char* text) {
     NameIndex& index = Names();
     CatchUp(index);
-    auto found = index.ids.find(std::string_view(text));
-    return found == index.ids.end() ? -1 : found->second;
+    return Probe(index, text, TextHash(text)).id;
 }
 
 int32_t PushName(const char* text) {

@@ -1,0 +1,71 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "api/globals.h"
+#include "veltjs.h"
+
+namespace {
+
+// What a front-to-back strcmp scan of the entries below the count answers.
+int32_t ScanForName(const char* text) {
+    for (int32_t i = 0; i < NameArray.count; i++) {
+        const char* entry = static_cast<const char*>(NameArray.data[i]);
+        if (entry && std::strcmp(entry, text) == 0) return i;
+    }
+    return -1;
+}
+
+}  // namespace
+
+TEST(NameTable, FindAgreesWithAScanUnderPushesAndHostPlacements) {
+    VeltJS_Init();
+    std::mt19937 random(12345);
+    static std::vector<std::string> storage;   // lives on: the table holds pointers into it
+    std::vector<std::string>* texts = &storage;
+    texts->reserve(40000);
+    for (int i = 0; i < 40000; i++) texts->push_back("n" + std::to_string(random() % 6000));
+    size_t next = 0;
+    for (int step = 0; step < 30000; step++) {
+        const std::string& text = (*texts)[next++ % texts->size()];
+        int action = static_cast<int>(random() % 100);
+        if (action < 70) {
+            if (FindName(text.c_str()) < 0) PushName(text.c_str());
+        } else if (action < 85 && NameArray.count > 0) {
+            VeltJS_AddName(text.c_str(), static_cast<int32_t>(random() % static_cast<uint32_t>(NameArray.count)));
+        } else if (action < 90 && NameArray.count > 0) {
+            VeltJS_AddName(nullptr, static_cast<int32_t>(random() % static_cast<uint32_t>(NameArray.count)));
+        } else {
+            VeltJS_AddName(text.c_str(), NameArray.count + static_cast<int32_t>(random() % 4));
+        }
+        const std::string& probe = (*texts)[random() % texts->size()];
+        ASSERT_EQ(FindName(probe.c_str()), ScanForName(probe.c_str())) << "step " << step << " " << probe;
+    }
+}
+
+TEST(NameTable, FindReturnsTheLowestIdOfEqualTexts) {
+    VeltJS_Init();
+    PushName("a");
+    PushName("b");
+    PushName("c");
+    VeltJS_AddName("c", 0);
+    EXPECT_EQ(FindName("c"), 0);
+    EXPECT_EQ(FindName("a"), -1);
+    VeltJS_AddName("x", 0);
+    EXPECT_EQ(FindName("c"), 2);
+}
+
+TEST(NameTable, ManyNamesAreEachFoundAtTheirOwnId) {
+    VeltJS_Init();
+    static std::vector<std::string> storage;   // lives on: the table holds pointers into it
+    std::vector<std::string>* texts = &storage;
+    texts->reserve(200000);
+    for (int i = 0; i < 200000; i++) texts->push_back("name_" + std::to_string(i));
+    for (const std::string& text : *texts) ASSERT_EQ(FindName(text.c_str()), -1);
+    for (const std::string& text : *texts) PushName(text.c_str());
+    for (int i = 0; i < 200000; i++) ASSERT_EQ(FindName((*texts)[i].c_str()), i);
+    EXPECT_EQ(FindName("name_200000"), -1);
+}
