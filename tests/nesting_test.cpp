@@ -35,7 +35,6 @@ const Chain kChains[] = {
     {"calls", [](int n) { return "f" + Repeat("()", n) + ";"; }, false},
     {"sequence", [](int n) { return "x = (a" + Repeat(", a", n) + ");"; }, true},
     {"unary", [](int n) { return "x = " + Repeat("!", n) + "a;"; }, false},
-    {"parenthesised sums", [](int n) { return "x = " + Repeat("a + (", n) + "a" + Repeat(")", n) + ";"; }, false},
     {"assignments", [](int n) { return Repeat("a = ", n) + "b;"; }, false},
     {"conditionals", [](int n) { return "x = " + Repeat("a ? b : ", n) + "c;"; }, false},
 };

@@ -14,6 +14,7 @@ namespace {
 constexpr uintptr_t kSafetyMargin = 160 * 1024;
 
 uintptr_t stackLimit = 0;
+int32_t nesting = 0;
 
 uintptr_t CurrentFrame() {
     return reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
@@ -22,6 +23,7 @@ uintptr_t CurrentFrame() {
 }  // namespace
 
 void BeginStackGuard() {
+    nesting = 0;
 #if defined(_WIN32)
     ULONG_PTR low = 0;
     ULONG_PTR high = 0;
@@ -45,6 +47,9 @@ bool StackIsLow() {
     return stackLimit != 0 && CurrentFrame() < stackLimit;
 }
 
-void CheckNesting(const SourcePosition* where) {
-    if (StackIsLow()) ReportError(where, "nesting too deep");
+NestingLevel::NestingLevel(const SourcePosition* where, int32_t limit) {
+    if (nesting >= limit || StackIsLow()) ReportError(where, "nesting too deep");
+    nesting++;
 }
+
+NestingLevel::~NestingLevel() { nesting--; }

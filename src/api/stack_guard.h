@@ -1,11 +1,29 @@
 // Guards the recursive parser and code generator against overflowing the host thread's stack.
 #pragma once
 
+#include <cstdint>
+
 #include "api/diagnostics.h"
 
-// Records the calling thread's stack bounds; every export that parses or compiles calls it.
+// Fixed recursion limits, counted in guarded routines active at once: the parser's statement,
+// assignment, member-call and primary routines, and the code generator's statement and
+// expression dispatchers (every recursion of either passes through them). They sit well inside
+// what a 1 MiB stack holds on every platform, so a script nests too deeply on all of them or on
+// none; the stack check below only matters for hosts whose threads have less.
+constexpr int32_t kMaxParseNesting = 2048;
+constexpr int32_t kMaxCompileNesting = 1600;
+
+// Records the calling thread's stack bounds and clears the nesting count; every export that
+// parses or compiles calls it first.
 void BeginStackGuard();
 // True when less than the safety margin is left below the current frame.
 bool StackIsLow();
-// Reports "nesting too deep" at `where` when the stack is low.
-void CheckNesting(const SourcePosition* where);
+
+// One level of recursion while the record lives. Reports "nesting too deep" at `where` when
+// `limit` levels are already active or the stack is low.
+struct NestingLevel {
+    NestingLevel(const SourcePosition* where, int32_t limit);
+    ~NestingLevel();
+    NestingLevel(const NestingLevel&) = delete;
+    NestingLevel& operator=(const NestingLevel&) = delete;
+};

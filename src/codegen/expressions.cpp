@@ -242,7 +242,7 @@ void EmitPushUndefined(CodeGenContext& cx) {
 }
 
 void CompileExpression(CodeGenContext& cx, Node* node, bool withScope, int32_t* mode) {
-    CheckNesting(node->position);
+    NestingLevel nesting(node->position, kMaxCompileNesting);
     int32_t localMode = VarUnknown;
     if (!mode) mode = &localMode;
     if (withScope && TakesGlobalScope(node)) EmitGlobalScope(cx);

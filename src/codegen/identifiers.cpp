@@ -144,7 +144,6 @@ void CompileIdentifier(CodeGenContext& cx, Node* node, int32_t* kind, bool wantO
 
 // per '.': object; [conv.T.v]; [dup.v]; then the property read with -9 (or the element read)
 void CompileVariable(CodeGenContext& cx, Node* node, int32_t* kind, bool wantObject) {
-    CheckNesting(node->position);
     while (node->kind == '.') {
         Node* object = node->first;
         if (!object || !object->next) ReportError(node->position, "unknown lexical type");
@@ -170,7 +169,6 @@ void CompileVariable(CodeGenContext& cx, Node* node, int32_t* kind, bool wantObj
 // index; [conv]; array; [conv]; then dup.v 1; pushv.v -10; dup.v 0xFF21; popz.v (keeping the
 // reference) or pushv.v -10
 void CompileElementRead(CodeGenContext& cx, Node* node, int32_t* kind, bool keepReference) {
-    CheckNesting(node->position);
     Node* array = node->first;
     if (array && array->next) CompileExpression(cx, array->next, false);
     EmitConvToVariable(cx, PopType(cx));
@@ -188,7 +186,6 @@ void CompileElementRead(CodeGenContext& cx, Node* node, int32_t* kind, bool keep
 
 // objects of '.'; then popv.v.T -10 for '[' or pop.v.T sel name / pop.v.T -13 depth:slot
 void CompileStore(CodeGenContext& cx, Node* target, int32_t* kind, uint32_t type) {
-    CheckNesting(target->position);
     while (target->kind == '.') {
         Node* object = target->first;
         if (!object || !object->next) break;
@@ -221,7 +218,6 @@ void CompileStore(CodeGenContext& cx, Node* target, int32_t* kind, uint32_t type
 
 // operand; popz.T; push.b 1; conv.b.v — or a store with value type 8 for a reference
 void CompileDelete(CodeGenContext& cx, Node* node) {
-    CheckNesting(node->position);
     Node* operand = node->first ? node->first : node->next;
     if (operand && (operand->kind == LEX_ID || operand->kind == '.' || operand->kind == '[')) {
         int32_t kind = VarUnknown;
@@ -237,7 +233,6 @@ void CompileDelete(CodeGenContext& cx, Node* node) {
 
 // value; store target; read target (its object expressions are evaluated twice, deliberately)
 void CompileAssignment(CodeGenContext& cx, Node* node) {
-    CheckNesting(node->position);
     Node* target = node->first;
     if (!target) ReportError(node->position, "Assignment error - left hand side is malformed");
     if (target->next) CompileExpression(cx, target->next, false);

@@ -79,7 +79,6 @@ void CompileAccessorFunction(CodeGenContext& cx, Node* accessor, const char* pre
 // per plain property: value, name; per accessor (bucket order): getter, setter,
 // call @@NewProperty@@ 2, name; call @@NewObject@@ count
 void CompileObjectLiteral(CodeGenContext& cx, Node* node) {
-    CheckNesting(node->position);
     uint32_t count = 0;
     HashTable accessors{};
     InitHashTable(accessors, kAccessorBuckets);
@@ -114,7 +113,6 @@ void CompileObjectLiteral(CodeGenContext& cx, Node* node) {
 
 // elements last to first, each [conv.T.v]; call @@NewArray@@ count
 void CompileArrayLiteral(CodeGenContext& cx, Node* node) {
-    CheckNesting(node->position);
     uint32_t count = 0;
     for (Node* element = node->last; element; element = element == node->first ? nullptr : element->prev) {
         CompileExpression(cx, element, false);

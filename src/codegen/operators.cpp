@@ -103,7 +103,6 @@ void EmitConvToVariable(CodeGenContext& cx, uint32_t type) {
 
 // first; then per further operand: operand; op.R.L field
 void CompileBinaryExpression(CodeGenContext& cx, Node* node) {
-    CheckNesting(node->position);
     if (!node->first) return;
     CompileExpression(cx, node->first, false);
     for (Node* operand = node->first->next; operand; operand = operand->next) {
@@ -121,7 +120,6 @@ void CompileBinaryExpression(CodeGenContext& cx, Node* node) {
 
 // first; then per further operand: operand; set.R.L kind<<8
 void CompileComparison(CodeGenContext& cx, Node* node) {
-    CheckNesting(node->position);
     if (!node->first) return;
     CompileExpression(cx, node->first, false);
     for (Node* operand = node->first->next; operand; operand = operand->next) {
@@ -138,7 +136,6 @@ void CompileComparison(CodeGenContext& cx, Node* node) {
 
 // load target; value; op.T.v field; dup.v; store target
 void CompileCompoundAssignment(CodeGenContext& cx, Node* node) {
-    CheckNesting(node->position);
     Node* target = node->first;
     int32_t loadKind = VarUnknown;
     CompileVariable(cx, target, &loadKind, false);
@@ -154,19 +151,16 @@ void CompileCompoundAssignment(CodeGenContext& cx, Node* node) {
 
 // A truthy A yields B; a falsy A yields A.
 void CompileLogicalAnd(CodeGenContext& cx, Node* node) {
-    CheckNesting(node->position);
     CompileValueSelect(cx, node, OP_BT);
 }
 
 // A falsy A yields B; a truthy A yields A.
 void CompileLogicalOr(CodeGenContext& cx, Node* node) {
-    CheckNesting(node->position);
     CompileValueSelect(cx, node, OP_BF);
 }
 
 // cond; conv.T.b 0x0100; bf else; then; [conv.U.v]; b endif; else: else; [conv.W.v]; endif:
 void CompileConditional(CodeGenContext& cx, Node* node) {
-    CheckNesting(node->position);
     Node* condition = node->first;
     Node* then = condition ? condition->next : nullptr;
     Node* otherwiseValue = then ? then->next : nullptr;

@@ -415,7 +415,7 @@ void RecordPosition(CodeGenContext& cx, const Node* node) {
 }  // namespace
 
 void CompileStatement(CodeGenContext& cx, Node* node, int flag) {
-    CheckNesting(node->position);
+    NestingLevel nesting(node->position, kMaxCompileNesting);
     RecordPosition(cx, node);
     switch (node->kind) {
         case '{':

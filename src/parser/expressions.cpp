@@ -182,7 +182,7 @@ Node* ParseExpression(Parser* parser) { return ParseFlatSingle<ParseAssignment>(
 // Assignment -> Conditional [ '=>' (Block | Assignment) | AssignOp Assignment ]
 Node* ParseAssignment(Parser* parser) {
     Lexer* lexer = parser->lexer;
-    CheckNesting(&lexer->position);
+    NestingLevel nesting(&lexer->position, kMaxParseNesting);
     Node* left = ParseConditional(parser);
     if (lexer->tokenKind == LEX_ARROW) {
         Node* node = MakeTokenNode(lexer);

@@ -218,7 +218,7 @@ void AppendCurrent(StringBuilder& builder, Lexer* lexer) {
 //               ('.' anytoken | '[' Expression ']' | '(' [Assignment (',' Assignment)*] ')')*
 Node* ParseMemberCall(Parser* parser, bool inNew) {
     Lexer* lexer = parser->lexer;
-    CheckNesting(&lexer->position);
+    NestingLevel nesting(&lexer->position, kMaxParseNesting);
     Node* expr;
     if (lexer->tokenKind == LEX_NEW) {
         expr = MakeTokenNode(lexer);
@@ -276,7 +276,7 @@ Node* ParseMemberCall(Parser* parser, bool inNew) {
 // Primary -> literal | 'this' | id | ArrayLiteral | ObjectLiteral | RegExp | '(' Expression ')'
 Node* ParsePrimary(Parser* parser) {
     Lexer* lexer = parser->lexer;
-    CheckNesting(&lexer->position);
+    NestingLevel nesting(&lexer->position, kMaxParseNesting);
     switch (lexer->tokenKind) {
         case '/':
         case LEX_SLASHEQUAL:

@@ -240,7 +240,7 @@ void ParseExpressionOrLabel(Parser* parser, Node* parent) {
 //            | Throw | Switch | FunctionDeclaration | ';' | ExpressionStatement | Label, [';']
 void ParseStatement(Parser* parser, Node* parent) {
     Lexer* lexer = parser->lexer;
-    CheckNesting(&lexer->position);
+    NestingLevel nesting(&lexer->position, kMaxParseNesting);
     switch (lexer->tokenKind) {
         case LEX_EOF:
             return;
