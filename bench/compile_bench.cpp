@@ -97,6 +97,16 @@ int main() {
         first += seconds[i];
         last += seconds[kScripts - kWindow + i];
     }
+    // The trend across the run: the time of each window of scripts, and its slowest script.
+    for (int start = 0; start < kScripts; start += kWindow) {
+        double sum = 0;
+        double slowest = 0;
+        for (int i = start; i < start + kWindow && i < kScripts; i++) {
+            sum += seconds[i];
+            if (seconds[i] > slowest) slowest = seconds[i];
+        }
+        std::printf("scripts %4d-%4d: %.3f s (slowest %.1f ms)\n", start, start + kWindow - 1, sum, slowest * 1000);
+    }
     double megabytes = static_cast<double>(totalBytes) / (1024.0 * 1024.0);
     std::printf("scripts: %d (%zu lines, %.1f MB, %d failed)\n", kScripts, totalLines, megabytes, failures);
     std::printf("total: %.3f s, %.2f MB/s\n", total, megabytes / total);
