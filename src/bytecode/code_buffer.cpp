@@ -41,24 +41,14 @@ void WriteWords(VMBuffer& buffer, std::initializer_list<uint32_t> words) {
         buffer.cursor = block + written;
     }
     for (uint32_t word : words) {
-        uint8_t bytes[4] = {static_cast<uint8_t>(word), static_cast<uint8_t>(word >> 8),
-                            static_cast<uint8_t>(word >> 16), static_cast<uint8_t>(word >> 24)};
-        std::memcpy(buffer.cursor, bytes, 4);
+        StoreWord(buffer.cursor, word);
         buffer.cursor += 4;
     }
 }
 
-void PatchWord(VMBuffer& buffer, int64_t offset, uint32_t word) {
-    uint8_t bytes[4] = {static_cast<uint8_t>(word), static_cast<uint8_t>(word >> 8),
-                        static_cast<uint8_t>(word >> 16), static_cast<uint8_t>(word >> 24)};
-    std::memcpy(buffer.data + offset, bytes, 4);
-}
+void PatchWord(VMBuffer& buffer, int64_t offset, uint32_t word) { StoreWord(buffer.data + offset, word); }
 
-uint32_t ReadWord(const VMBuffer& buffer, int64_t offset) {
-    const uint8_t* p = buffer.data + offset;
-    return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 | static_cast<uint32_t>(p[2]) << 16 |
-           static_cast<uint32_t>(p[3]) << 24;
-}
+uint32_t ReadWord(const VMBuffer& buffer, int64_t offset) { return LoadWord(buffer.data + offset); }
 
 void FinishBuffer(VMBuffer& buffer) {
     buffer.size = buffer.cursor - buffer.data;

@@ -21,6 +21,19 @@ public:
     ~VMWriteBuffer() override;
 };
 
+// 32-bit words are stored little-endian whatever the host's byte order.
+inline void StoreWord(uint8_t* at, uint32_t word) {
+    at[0] = static_cast<uint8_t>(word);
+    at[1] = static_cast<uint8_t>(word >> 8);
+    at[2] = static_cast<uint8_t>(word >> 16);
+    at[3] = static_cast<uint8_t>(word >> 24);
+}
+
+inline uint32_t LoadWord(const uint8_t* at) {
+    return static_cast<uint32_t>(at[0]) | static_cast<uint32_t>(at[1]) << 8 | static_cast<uint32_t>(at[2]) << 16 |
+           static_cast<uint32_t>(at[3]) << 24;
+}
+
 // A buffer of 256 bytes, nothing written.
 VMWriteBuffer* CreateWriteBuffer();
 // Appends the words in order, doubling the block as often as needed.

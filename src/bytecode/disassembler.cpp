@@ -5,6 +5,7 @@
 
 #include "api/globals.h"
 #include "api/numbers.h"
+#include "bytecode/code_buffer.h"
 #include "bytecode/instruction.h"
 
 const char* OpcodeMnemonic(uint32_t opcode) {
@@ -58,11 +59,7 @@ namespace {
 
 const uint8_t* Bytes(const uint32_t* code) { return reinterpret_cast<const uint8_t*>(code); }
 
-uint32_t Load32(const uint32_t* code, int64_t at) {
-    const uint8_t* p = Bytes(code) + at;
-    return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 | static_cast<uint32_t>(p[2]) << 16 |
-           static_cast<uint32_t>(p[3]) << 24;
-}
+uint32_t Load32(const uint32_t* code, int64_t at) { return LoadWord(Bytes(code) + at); }
 
 uint64_t Load64(const uint32_t* code, int64_t at) {
     return static_cast<uint64_t>(Load32(code, at)) | static_cast<uint64_t>(Load32(code, at + 4)) << 32;

@@ -21,6 +21,9 @@ enum VarKind : int32_t {
 
 constexpr uint32_t kWordDupVarCallArg = 0x8605FF12u;
 
+// A node's text, or null when there is no node or no text.
+inline const char* TextOf(const Node* node) { return node && node->text ? node->text->text : nullptr; }
+
 // Instance selectors in the small field of variable reads and writes.
 enum InstanceSelector : int32_t {
     SEL_SELF = -1,

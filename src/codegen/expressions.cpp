@@ -27,8 +27,6 @@ std::string KindName(uint32_t kind) {
     return text;
 }
 
-const char* TextOf(const Node* node) { return node && node->text ? node->text->text : nullptr; }
-
 void EmitGlobalScope(CodeGenContext& cx) {
     EmitCall(cx, "@@GlobalScope@@", 0);
     PushType(cx, TYPE_VARIABLE);

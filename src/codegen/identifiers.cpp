@@ -19,8 +19,6 @@ constexpr uint32_t kWordDupVarOne = MakeWord1(OP_DUP, TYPE_VARIABLE, 1);
 constexpr uint32_t kWordDupVarElement = MakeWord1(OP_DUP, TYPE_VARIABLE, 0xFF21);
 constexpr uint32_t kWordElementRead = MakeWord(OP_PUSHV, TYPE_VARIABLE, TYPE_VARIABLE, SelectorField(SEL_ELEMENT));
 
-const char* TextOf(const Node* node) { return node && node->text ? node->text->text : nullptr; }
-
 bool IsIdentifier(const Node* node) { return node->kind == LEX_ID || node->kind == LEX_THIS; }
 
 // A this keyword reads as the name "this".

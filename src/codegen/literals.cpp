@@ -17,8 +17,6 @@ struct AccessorRecord {
     Node* setter;
 };
 
-const char* TextOf(const Node* node) { return node && node->text ? node->text->text : nullptr; }
-
 // The accessor's property name: the text of its name child.
 const char* AccessorName(const Node* accessor) { return TextOf(accessor->first); }
 

@@ -291,9 +291,7 @@ int main(int argc, char** argv) {
             std::fprintf(stderr, "veltjs: cannot read %s\n", files[i]);
             return 2;
         }
-        // Names and sources stay alive for the whole run: the library keeps pointers into units.
-        std::string* scriptName = new std::string(ScriptNameOf(files[i]));
-        CompileUnit* unit = VeltJS_Parse(source.c_str(), files[i], scriptName->c_str());
+        CompileUnit* unit = VeltJS_Parse(source.c_str(), files[i], ScriptNameOf(files[i]).c_str());
         if (unit->status == 0) VeltJS_Compile(unit, topLevel);
         if (unit->status != 0) exitCode = 1;
         if (json) {
