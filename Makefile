@@ -1,5 +1,6 @@
 # Two entry points: `make run` (set up, build, compile the example) and `make test` (everything).
-.PHONY: deps run test test-linux test-windows test-asan build-linux build-windows build-asan clean
+# `make bench` runs the benchmarks; `bench/compare-commits.sh OLD` compares results with an older commit.
+.PHONY: bench deps run test test-linux test-windows test-asan build-linux build-windows build-asan clean
 
 deps:
 	scripts/install-deps.sh
@@ -32,3 +33,7 @@ test: test-linux test-windows test-asan
 
 clean:
 	rm -rf build
+
+bench: build-linux
+	build/linux/bench/shapes_bench
+	build/linux/bench/compile_bench

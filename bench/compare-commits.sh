@@ -1,0 +1,90 @@
+#!/usr/bin/env bash
+# Compiles every benchmark corpus with the library of an earlier commit and with the library of
+# the working tree, and compares everything a host observes byte for byte: code, positions, names,
+# patch records, function records, messages, listings and the library's standard output.
+#
+#   bench/compare-commits.sh OLD_COMMIT [--sizes 1,4,16] [--project 5000] [--jobs 2]
+#
+# Builds OLD_COMMIT's shared library in a temporary worktree, and this tree's library, dumper and
+# corpus writer with the linux preset. Exit status 0 when every dump is identical.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+old="${1:?usage: bench/compare-commits.sh OLD_COMMIT [--sizes 1,4,16] [--project N] [--jobs N]}"
+shift
+sizes=1,4,16
+project=5000
+jobs=2
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --sizes) sizes="$2"; shift 2 ;;
+    --project) project="$2"; shift 2 ;;
+    --jobs) jobs="$2"; shift 2 ;;
+    *) echo "unknown option $1" >&2; exit 2 ;;
+  esac
+done
+
+work="${VELTJS_COMPARE_DIR:-/tmp/veltjs-compare}"
+mkdir -p "$work"
+old_sha="$(git rev-parse --verify "$old^{commit}")"
+
+cmake --preset linux >/dev/null
+cmake --build --preset linux --target veltjs veltjs_dump veltjs_corpus >/dev/null
+new_lib="$(pwd)/build/linux/libveltjs.so"
+dump="$(pwd)/build/linux/tests/veltjs_dump"
+
+old_tree="$work/tree-$old_sha"
+if [ ! -f "$old_tree/build/linux/libveltjs.so" ]; then
+  rm -rf "$old_tree"
+  git worktree prune
+  git worktree add --detach "$old_tree" "$old_sha" >/dev/null
+  (cd "$old_tree" && cmake --preset linux >/dev/null && cmake --build --preset linux --target veltjs >/dev/null)
+fi
+old_lib="$old_tree/build/linux/libveltjs.so"
+
+corpus="$work/corpus-$sizes-$project"
+if [ ! -f "$corpus/list.txt" ]; then
+  build/linux/bench/veltjs_corpus "$corpus" --sizes "$sizes" --project "$project"
+fi
+
+# One dump per shape file, and one for the whole project compiled in one process, as a host does.
+grep -v '/project/' "$corpus/list.txt" > "$work/shapes.txt"
+grep '/project/' "$corpus/list.txt" > "$work/project.txt" || true
+
+run_one() {  # LIB TAG NAME SCRIPTS...
+  local lib="$1" tag="$2" name="$3"
+  shift 3
+  "$dump" "$lib" "$work/$tag/$name.dump" "$@" > "$work/$tag/$name.stdout" 2> "$work/$tag/$name.stderr" || true
+}
+export -f run_one
+export dump work
+
+status=0
+for tag in old new; do
+  rm -rf "${work:?}/$tag"
+  mkdir -p "$work/$tag"
+done
+start=$(date +%s)
+{
+  while read -r script; do
+    name="$(basename "$script" .js)"
+    printf '%s\0%s\0%s\0%s\0' "$old_lib" old "$name" "$script"
+    printf '%s\0%s\0%s\0%s\0' "$new_lib" new "$name" "$script"
+  done < "$work/shapes.txt"
+  if [ -s "$work/project.txt" ]; then
+    printf '%s\0%s\0%s\0%s\0' "$old_lib" old project "@$work/project.txt"
+    printf '%s\0%s\0%s\0%s\0' "$new_lib" new project "@$work/project.txt"
+  fi
+} | xargs -0 -n 4 -P "$jobs" bash -c 'run_one "$@"' _
+
+for file in "$work"/old/*; do
+  name="$(basename "$file")"
+  if cmp -s "$file" "$work/new/$name"; then
+    printf 'same       %s (%s bytes)\n' "$name" "$(stat -c %s "$file")"
+  else
+    printf 'DIFFERENT  %s\n' "$name"
+    status=1
+  fi
+done
+echo "compared $old_sha with the working tree in $(( $(date +%s) - start )) s: $([ $status = 0 ] && echo identical || echo DIFFERENT)"
+exit $status
