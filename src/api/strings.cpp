@@ -43,8 +43,18 @@ RefString* AdoptRefString(char* text) {
     return string;
 }
 
+// The copy is freed again when there is no memory for the record.
+static RefString* AdoptCopy(char* copy) {
+    try {
+        return AdoptRefString(copy);
+    } catch (...) {
+        std::free(copy);
+        throw;
+    }
+}
+
 RefString* NewRefString(const char* text) {
-    return AdoptRefString(CheckedStrdup(text ? text : ""));
+    return AdoptCopy(CheckedStrdup(text ? text : ""));
 }
 
 RefString* NewPaddedRefString(const char* text, uint32_t padding) {
@@ -52,7 +62,7 @@ RefString* NewPaddedRefString(const char* text, uint32_t padding) {
     char* copy = static_cast<char*>(CheckedMalloc(length + 1 + padding));
     std::memcpy(copy, text, length);
     std::memset(copy + length, 0, padding + 1);
-    return AdoptRefString(copy);
+    return AdoptCopy(copy);
 }
 
 RefString* RetainRefString(RefString* string) {

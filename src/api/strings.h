@@ -18,7 +18,7 @@ struct RefString {
 RefString* NewRefString(const char* text);
 // Copies text and appends `padding` zero bytes, so readers may look past the end safely.
 RefString* NewPaddedRefString(const char* text, uint32_t padding);
-// Takes ownership of a malloc'd text.
+// Takes ownership of a malloc'd text; when it throws, the text still belongs to the caller.
 RefString* AdoptRefString(char* text);
 RefString* RetainRefString(RefString* string);
 void ReleaseRefString(RefString* string);

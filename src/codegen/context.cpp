@@ -156,11 +156,11 @@ void FreeTargets(List& targets, const List& other) {
 
 CompileMark* activeCompileMark = nullptr;
 
-// Qualified name text -> position in GlobalFunctionRecords, in step with the list.
-std::unordered_map<std::string, int32_t>& FunctionPositions() {
-    static auto* positions = new std::unordered_map<std::string, int32_t>();
-    return *positions;
-}
+// Qualified name text -> position in GlobalFunctionRecords, in step with the list. Made at load
+// (an empty map allocates nothing), so that using it never fails on a path that must not throw.
+std::unordered_map<std::string, int32_t> functionPositions;
+
+std::unordered_map<std::string, int32_t>& FunctionPositions() { return functionPositions; }
 
 }  // namespace
 
@@ -433,11 +433,16 @@ RefString* QualifiedName(CodeGenContext& cx, const char* name) {
 
 ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function) {
     ScopeRecord* scope = static_cast<ScopeRecord*>(CheckedCalloc(1, sizeof(ScopeRecord)));
-    InitHashTable(scope->vars, kScopeBuckets);
-    InitHashTable(scope->slots, kScopeBuckets);
-    InitHashTable(scope->extra, kScopeBuckets);
-    scope->function = function;
-    ListPush(cx.scopes, scope);
+    try {
+        InitHashTable(scope->vars, kScopeBuckets);
+        InitHashTable(scope->slots, kScopeBuckets);
+        InitHashTable(scope->extra, kScopeBuckets);
+        scope->function = function;
+        ListPush(cx.scopes, scope);
+    } catch (...) {
+        FreeScope(scope);
+        throw;
+    }
     return scope;
 }
 
@@ -481,6 +486,18 @@ int32_t FindFunctionRecord(const char* qualifiedName) {
     auto& positions = FunctionPositions();
     auto found = positions.find(qualifiedName);
     return found == positions.end() ? -1 : found->second;
+}
+
+bool FunctionRecordIndexAgrees() {
+    for (const auto& entry : FunctionPositions()) {
+        if (entry.second < 0 || entry.second >= GlobalFunctionRecords.count) return false;
+        if (NameOverwrites() != 0) continue;
+        const FunctionRecord* record = static_cast<const FunctionRecord*>(GlobalFunctionRecords.data[entry.second]);
+        if (!record || record->nameIndex >= static_cast<uint32_t>(NameArray.count)) return false;
+        const char* text = static_cast<const char*>(NameArray.data[record->nameIndex]);
+        if (!text || entry.first != text) return false;
+    }
+    return true;
 }
 
 void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionRecord* record) {

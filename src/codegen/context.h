@@ -153,6 +153,9 @@ void CleanUpContext(CodeGenContext& cx, bool success);
 // Positions in the process-wide function-record list by qualified name (-1 when absent).
 int32_t FindFunctionRecord(const char* qualifiedName);
 void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionRecord* record);
+// True when every entry of the index by qualified name points below the list's count, at a record
+// of that name (read through the name table while no host has renamed an entry).
+bool FunctionRecordIndexAgrees();
 
 // Labels and branches: forward branches are written with offset 0 and patched when placed.
 void PlaceLabel(CodeGenContext& cx, BranchLabel* label);
