@@ -307,6 +307,14 @@ Call ParseAndCompileCall(const char* source, uint8_t topLevel) {
         }
         CheckUnknownError(findings, unit, constant);
         if (!parsed) findings.Expect(unit->parser == nullptr, "a failed parse left a parser");
+        // A unit is filled in whole or not at all: nothing of the failed compile shows.
+        findings.Expect(!unit->code && !unit->code2 && unit->codeSize == 0 && unit->code2Size == 0,
+                        "a failed compile left code in the unit");
+        findings.Expect(!unit->names && !unit->vars && !unit->funcs && !unit->strings && !unit->fourth,
+                        "a failed compile left table pointers in the unit");
+        findings.Expect(unit->nameCount == 0 && unit->varCount == 0 && unit->funcCount == 0 &&
+                            unit->stringCount == 0 && unit->fourthCount == 0,
+                        "a failed compile left counts in the unit");
         return std::string();
     };
 }
