@@ -361,10 +361,24 @@ TEST(AllocationFailure, EveryAllocationOfAParseThatEndsInASyntaxError) {
     EXPECT_GT(RunEveryFailure(scenario), 20);
 }
 
+TEST(AllocationFailure, EveryAllocationOfAParseThatDumpsItsTreeBeforeTheError) {
+    Scenario scenario;
+    scenario.call = ParseAndCompileCall("var a = [1, 'x'];\nb = (2 + );\n", 0);
+    EXPECT_GT(RunEveryFailure(scenario), 20);
+}
+
 TEST(AllocationFailure, EveryAllocationOfACompileThatEndsInACompileError) {
     Scenario scenario;
     scenario.setUp = SetUpAnEarlierCompile;
-    scenario.call = ParseAndCompileCall("function add(q) { return q; }\nvar n = 'x';\nbreak nowhere;\n", 0);
+    scenario.call = ParseAndCompileCall("function first(q) { return q; }\nvar n = 'x';\nbreak nowhere;\n", 0);
+    EXPECT_GT(RunEveryFailure(scenario), 50);
+}
+
+TEST(AllocationFailure, EveryAllocationOfACompileThatFailsInsideNestedLoopsOfAFunction) {
+    Scenario scenario;
+    scenario.setUp = SetUpAnEarlierCompile;
+    scenario.call = ParseAndCompileCall(
+        "function add(q) {\n  switch (q) { case 1: while (q) { var s = 'x' + q; break nowhere; } }\n  return q;\n}\n", 0);
     EXPECT_GT(RunEveryFailure(scenario), 50);
 }
 
