@@ -204,11 +204,12 @@ void CheckUnknownError(Findings& findings, const CompileUnit* unit, const char**
     findings.Expect(unit->status == -1, "status " + std::to_string(unit->status));
     findings.Expect(unit->errorCount == 1, "errorCount " + std::to_string(unit->errorCount));
     if (!unit->errors || unit->errorCount != 1) return;
-    findings.Expect(unit->errors[0] && std::strcmp(unit->errors[0], "Unknown error") == 0, "message is not 'Unknown error'");
+    findings.Expect(unit->errors[0] && std::strcmp(unit->errors[0], "Unknown error") == 0,
+                    "message is not 'Unknown error'");
     *constant = unit->errors[0];
 }
 
-// One export call, made with the hook armed. Returns a description of what the call gave; when
+// One export call, made with the hook armed. Returns a text that says what the call gave; when
 // an allocation failed it checks the failure's outcome itself (into `findings`) and sets
 // `constant` to the "Unknown error" text it found, if any.
 using Call = std::function<std::string(Findings& findings, bool armed, const char** constant)>;
@@ -378,7 +379,11 @@ TEST(AllocationFailure, EveryAllocationOfACompileThatFailsInsideNestedLoopsOfAFu
     Scenario scenario;
     scenario.setUp = SetUpAnEarlierCompile;
     scenario.call = ParseAndCompileCall(
-        "function add(q) {\n  switch (q) { case 1: while (q) { var s = 'x' + q; break nowhere; } }\n  return q;\n}\n", 0);
+        "function add(q) {\n"
+        "  switch (q) { case 1: while (q) { var s = 'x' + q; break nowhere; } }\n"
+        "  return q;\n"
+        "}\n",
+        0);
     EXPECT_GT(RunEveryFailure(scenario), 50);
 }
 

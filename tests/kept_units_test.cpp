@@ -48,9 +48,9 @@ bool InCurrentBlock(const PtrArray& array, const void* pointer) {
     return at >= array.data && at < array.data + array.reserved;
 }
 
-// The unit's description up to its function records, with the root record's contents left out:
-// the root record (the first of every unit's function records) is shared by all units and
-// describes the latest compile. The listing is left out too, as it prints names through the
+// What DescribeUnit says of the unit up to its function records, without the root record's
+// contents: the root record (the first of every unit's function records) is shared by all units
+// and describes the latest compile. The listing is left out too, as it prints names through the
 // current table.
 std::string DescribeWithoutRootContents(const CompileUnit* unit) {
     std::istringstream lines(DescribeUnit(unit));
@@ -108,7 +108,8 @@ TEST(KeptUnits, AUnitReadAfterFiveThousandMoreCompilesShowsWhatItShowedAtFirst) 
 
     EXPECT_EQ(FirstDifference(before, DescribeWithoutRootContents(first)), "");
     // The root record is the same record for every unit.
-    EXPECT_EQ(first->fourth[0], static_cast<FunctionRecord*>(GlobalFunctionRecords.data[GlobalFunctionRecords.count - 2]));
+    const PtrArray& records = GlobalFunctionRecords;
+    EXPECT_EQ(first->fourth[0], static_cast<FunctionRecord*>(records.data[records.count - 2]));
 }
 
 TEST(KeptUnits, ARenameAndARedefinitionBeforeTheArraysGrowAreTheOnlyChangesAUnitShows) {
@@ -142,7 +143,7 @@ TEST(KeptUnits, ARenameAndARedefinitionBeforeTheArraysGrowAreTheOnlyChangesAUnit
 
     CompileFiveThousandMore();
 
-    // What the unit shows now: the description from right after its compile, with the renamed
+    // What the unit shows now: the text from right after its compile, with the renamed
     // name and the replacing record in their places.
     std::string expected = before;
     std::string oldName = "\n  0 " + firstName + "\n";

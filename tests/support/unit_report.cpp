@@ -104,7 +104,9 @@ std::string DescribeUnit(const CompileUnit* unit) {
     AppendWords(out, "code", unit->code, unit->codeSize);
     AppendWords(out, "positions", unit->code2, unit->code2Size);
     out << "names " << unit->nameCount << "\n";
-    for (int32_t i = 0; unit->names && i < unit->nameCount; i++) out << "  " << i << " " << Text(unit->names[i]) << "\n";
+    for (int32_t i = 0; unit->names && i < unit->nameCount; i++) {
+        out << "  " << i << " " << Text(unit->names[i]) << "\n";
+    }
     AppendPatchRecords(out, "vars", unit->varCount, unit->vars);
     AppendPatchRecords(out, "funcs", unit->funcCount, unit->funcs);
     AppendPatchRecords(out, "strings", unit->stringCount, unit->strings);

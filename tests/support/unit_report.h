@@ -14,13 +14,13 @@ std::string DescribeUnit(const CompileUnit* unit);
 // One function record on one line, as DescribeUnit prints it.
 std::string DescribeFunctionRecord(const FunctionRecord* record);
 
-// Where two descriptions first differ: the line number and the two lines, for failure messages
-// that stay short however long the descriptions are. "" when they are equal.
+// Where two texts first differ: the line number and the two lines, for failure messages that
+// stay short however long the texts are. "" when they are equal.
 std::string FirstDifference(const std::string& expected, const std::string& got);
 
 // The five process-wide arrays (counts, entry pointers, the records they point at, and the
 // host-placed entries past the name count), the built-in table's size, the code generator's
-// counters and its root record. Pointer values are included: two descriptions are equal only
+// counters and its root record. Pointer values are included: two such texts are equal only
 // when nothing was moved or replaced.
 std::string DescribeTables();
 
