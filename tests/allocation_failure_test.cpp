@@ -308,6 +308,7 @@ Call ParseAndCompileCall(const char* source, uint8_t topLevel) {
         }
         CheckUnknownError(findings, unit, constant);
         if (!parsed) findings.Expect(unit->parser == nullptr, "a failed parse left a parser");
+        findings.Expect(unit->scriptName != nullptr, "no script name");
         // A unit is filled in whole or not at all: nothing of the failed compile shows.
         findings.Expect(!unit->code && !unit->code2 && unit->codeSize == 0 && unit->code2Size == 0,
                         "a failed compile left code in the unit");

@@ -19,6 +19,8 @@ namespace {
 const char kUnknownError[] = "Unknown error";
 // The error list of a unit whose failure could not get memory even for a one-entry list.
 char* kUnknownErrorList[1] = {const_cast<char*>(kUnknownError)};
+// The script name of a unit that could not get memory for its copy.
+char kNoScriptName[] = "";
 
 // A one-entry error list, or null when there is no memory for it.
 __attribute__((noinline)) char** NewErrorList(char* message) {
@@ -110,6 +112,7 @@ VELTJS_API CompileUnit* VeltJS_Parse(const char* source, const char* fileName, c
     } catch (...) {
         RecordUnknownError(unit);
     }
+    if (!unit->scriptName) unit->scriptName = kNoScriptName;
     ReleaseRefString(sourceText);
     ReleaseRefString(fileText);
     return unit;
