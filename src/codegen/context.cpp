@@ -7,7 +7,6 @@
 #include <cstring>
 #include <string>
 #include <unordered_map>
-#include <utility>
 
 #include "api/crc32.h"
 #include "api/globals.h"
