@@ -7,6 +7,8 @@
 
 CompileException::CompileException(const char* text) : message(NewRefString(text)) {}
 
+CompileException::CompileException(RefString* adopted) noexcept : message(adopted) {}
+
 CompileException::CompileException(const CompileException& other) noexcept
     : std::exception(other), message(RetainRefString(other.message)) {}
 
@@ -36,7 +38,12 @@ static void BuildDiagnostic(StringBuilder& builder, uint32_t kind, const SourceP
 
 static void Report(uint32_t kind, const SourcePosition* location, const char* format, va_list args) {
     StringBuilder builder{};
-    BuildDiagnostic(builder, kind, location, format, args);
+    try {
+        BuildDiagnostic(builder, kind, location, format, args);
+    } catch (...) {
+        FreeStringBuilder(builder);
+        throw;
+    }
     if (kind == kDiagnosticWarning) {
         // A '%' in a warning is interpreted by printf; that behaviour is kept on purpose.
 #pragma GCC diagnostic push
@@ -47,8 +54,16 @@ static void Report(uint32_t kind, const SourcePosition* location, const char* fo
         FreeStringBuilder(builder);
         return;
     }
-    CompileException exception(builder.text);
+    // Out of memory for the exception's copy: the builder goes all the same.
+    RefString* message;
+    try {
+        message = NewRefString(builder.text);
+    } catch (...) {
+        FreeStringBuilder(builder);
+        throw;
+    }
     FreeStringBuilder(builder);
+    CompileException exception(message);
     throw exception;
 }
 

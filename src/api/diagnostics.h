@@ -18,6 +18,8 @@ struct SourcePosition {
 class CompileException : public std::exception {
 public:
     explicit CompileException(const char* text);
+    // Takes over a RefString that already holds the text.
+    explicit CompileException(RefString* adopted) noexcept;
     CompileException(const CompileException& other) noexcept;
     CompileException& operator=(const CompileException&) = delete;
     ~CompileException() override;

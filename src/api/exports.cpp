@@ -17,23 +17,62 @@
 namespace {
 
 const char kUnknownError[] = "Unknown error";
+// The error list of a unit whose failure could not get memory even for a one-entry list.
+char* kUnknownErrorList[1] = {const_cast<char*>(kUnknownError)};
+// The script name of a unit that could not get memory for its copy.
+char kNoScriptName[] = "";
 
-void RecordFailure(CompileUnit* unit, int32_t status, char* message) {
+// A one-entry error list, or null when there is no memory for it.
+__attribute__((noinline)) char** NewErrorList(char* message) {
+    char** list = static_cast<char**>(TryMalloc(sizeof(char*)));
+    if (list) list[0] = message;
+    return list;
+}
+
+void RecordFailure(CompileUnit* unit, int32_t status, char** errors) {
     unit->status = status;
     unit->errorCount = 1;
-    unit->errors = static_cast<char**>(CheckedMalloc(sizeof(char*)));
-    unit->errors[0] = message;
+    unit->errors = errors;
 }
 
-void RecordCompileException(CompileUnit* unit, const CompileException& exception) {
-    RecordFailure(unit, 1, CheckedStrdup(exception.what()));
+// Status -1 and "Unknown error" (the constant, not a copy). Never fails: without memory for the
+// list, the unit gets a static one.
+void RecordUnknownError(CompileUnit* unit) noexcept {
+    char** list = NewErrorList(const_cast<char*>(kUnknownError));
+    RecordFailure(unit, -1, list ? list : kUnknownErrorList);
 }
 
-// Units belong to the host; the library never frees one.
-__attribute__((noinline)) CompileUnit* NewCompileUnit(const char* scriptName) {
-    CompileUnit* unit = static_cast<CompileUnit*>(CheckedCalloc(1, sizeof(CompileUnit)));
-    unit->scriptName = CheckedStrdup(scriptName ? scriptName : "");
-    return unit;
+// A copy of the exception's message for the unit (kept by the host).
+__attribute__((noinline)) char* CopyMessage(const CompileException& exception) {
+    return CheckedStrdup(exception.what());
+}
+
+// Status 1 with a copy of the message. False, with the unit untouched, when there is no memory
+// for the copy or the list.
+bool RecordCompileException(CompileUnit* unit, const CompileException& exception) noexcept {
+    char* message;
+    try {
+        message = CopyMessage(exception);
+    } catch (...) {
+        return false;
+    }
+    char** list = NewErrorList(message);
+    if (!list) {
+        std::free(message);
+        return false;
+    }
+    RecordFailure(unit, 1, list);
+    return true;
+}
+
+// Units belong to the host; the library never frees one. Null when there is no memory for it.
+__attribute__((noinline)) CompileUnit* NewCompileUnit() noexcept {
+    return static_cast<CompileUnit*>(TryCalloc(1, sizeof(CompileUnit)));
+}
+
+// The unit's private copy of the script name.
+__attribute__((noinline)) char* CopyScriptName(const char* scriptName) {
+    return CheckedStrdup(scriptName ? scriptName : "");
 }
 
 // The first entry that this compile added to a process-wide list.
@@ -51,12 +90,17 @@ VELTJS_API void VeltJS_Init(void) { BuildCrc32Table(); }
 
 VELTJS_API void VeltJS_Quit(void) {}
 
+// Only allocation failure can raise anything but a CompileException here; whatever it is, it
+// ends in the unit (status -1) and never crosses into the host. Null only when there is no
+// memory for the unit itself.
 VELTJS_API CompileUnit* VeltJS_Parse(const char* source, const char* fileName, const char* scriptName) {
-    CompileUnit* unit = NewCompileUnit(scriptName);
+    CompileUnit* unit = NewCompileUnit();
+    if (!unit) return nullptr;
     BeginStackGuard();
     RefString* sourceText = nullptr;
     RefString* fileText = nullptr;
     try {
+        unit->scriptName = CopyScriptName(scriptName);
         sourceText = NewPaddedRefString(source ? source : "", kSourcePadding);
         fileText = NewRefString(fileName ? fileName : "");
         Lexer* lexer = MakeLexer(sourceText, fileText);
@@ -64,13 +108,19 @@ VELTJS_API CompileUnit* VeltJS_Parse(const char* source, const char* fileName, c
         while (lexer->tokenKind != LEX_EOF) ParseStatement(parser, &parser->root);
         unit->parser = parser;
     } catch (const CompileException& exception) {
-        RecordCompileException(unit, exception);
+        if (!RecordCompileException(unit, exception)) RecordUnknownError(unit);
+    } catch (...) {
+        RecordUnknownError(unit);
     }
+    if (!unit->scriptName) unit->scriptName = kNoScriptName;
     ReleaseRefString(sourceText);
     ReleaseRefString(fileText);
     return unit;
 }
 
+// A compile that ends with status -1 takes back everything it added to the process-wide tables,
+// so the next compile gives exactly what it would have given without it. A compile error
+// (status 1) leaves its additions, as it always has.
 VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
     if (!unit) return unit;
     unit->status = 0;
@@ -80,6 +130,9 @@ VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
     int32_t varsBefore = GlobalVarList.count;
     int32_t stringsBefore = GlobalStringList.count;
     int32_t recordsBefore = GlobalFunctionRecords.count;
+    CompileMark mark;
+    BeginCompileMark(mark);
+    bool failedForMemory = false;
     try {
         BeginCompile(cx, unit->scriptName, topLevel);
         Parser* parser = static_cast<Parser*>(unit->parser);
@@ -87,6 +140,7 @@ VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
         VMBuffer* code = nullptr;
         VMBuffer* code2 = nullptr;
         EndCompile(cx, &code, &code2);
+        // Nothing below allocates: the unit is filled in whole or not at all.
         unit->code = reinterpret_cast<uint32_t*>(code->data);
         unit->codeSize = code->size;
         unit->code2 = reinterpret_cast<uint32_t*>(code2->data);
@@ -100,21 +154,50 @@ VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
         CleanUpContext(cx, true);
     } catch (const CompileException& exception) {
         CleanUpContext(cx, false);
-        RecordCompileException(unit, exception);
+        failedForMemory = !RecordCompileException(unit, exception);
     } catch (...) {
         CleanUpContext(cx, false);
-        RecordFailure(unit, -1, const_cast<char*>(kUnknownError));
+        failedForMemory = true;
     }
+    if (failedForMemory) {
+        RollBackCompile(mark);
+        RecordUnknownError(unit);
+    }
+    EndCompileMark(mark);
     return unit;
 }
 
-VELTJS_API char* VeltJS_Disasm(const uint32_t* code, int64_t length) { return Disassemble(code, length); }
+// Null when there is nothing to list or no memory for the listing.
+VELTJS_API char* VeltJS_Disasm(const uint32_t* code, int64_t length) {
+    if (!code) return nullptr;
+    try {
+        return Disassemble(code, length);
+    } catch (...) {
+        return nullptr;
+    }
+}
 
-VELTJS_API void VeltJS_AddName(const char* name, int32_t index) { PlaceName(name, index); }
+// A placement that cannot get its memory leaves the name table as it was.
+VELTJS_API void VeltJS_AddName(const char* name, int32_t index) {
+    try {
+        PlaceName(name, index);
+    } catch (...) {
+    }
+}
 
+// The name and its table entry are made before the table changes; without memory for them the
+// table stays as it was.
 VELTJS_API void VeltJS_AddBuiltInFunction(const char* name) {
-    RefString* text = NewRefString(name);
-    HashInsert(BuiltInFunctionTable, text->text, text);
+    RefString* text = nullptr;
+    try {
+        text = NewRefString(name);
+        HashInsert(BuiltInFunctionTable, text->text, text);
+    } catch (...) {
+        if (text) {
+            ReleaseRefString(text);
+            std::free(text);
+        }
+    }
 }
 
 }  // extern "C"

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "api/crc32.h"
 
@@ -30,10 +31,10 @@ struct NameIndex {
     bool stale = false;
 };
 
-NameIndex& Names() {
-    static NameIndex* index = new NameIndex();
-    return *index;
-}
+// A plain static (no allocation on first use), so that using the index can never fail halfway.
+NameIndex nameIndex;
+
+NameIndex& Names() { return nameIndex; }
 
 // FNV-1a with a final mix, so that nearby texts spread over the whole table.
 uint64_t TextHash(const char* text) {
@@ -115,6 +116,19 @@ struct Tables {
 
 Tables tables;
 uint64_t overwrites = 0;
+TableMark* activeMark = nullptr;
+
+// Before the first name of a marked call is pushed: a copy of the entries the host placed past
+// the count, which that push may wipe (allocated before anything changes).
+void SaveNameTail(TableMark& mark) {
+    int32_t length = NameArray.dirtyEnd - NameArray.count;
+    if (length > 0) {
+        mark.savedTail = static_cast<void**>(CheckedMalloc(static_cast<size_t>(length) * sizeof(void*)));
+        std::memcpy(mark.savedTail, NameArray.data + NameArray.count, static_cast<size_t>(length) * sizeof(void*));
+        mark.savedTailLength = length;
+    }
+    mark.tailSaved = true;
+}
 
 }  // namespace
 
@@ -125,14 +139,22 @@ int32_t FindName(const char* text) {
 }
 
 int32_t PushName(const char* text) {
+    if (activeMark && !activeMark->tailSaved) SaveNameTail(*activeMark);
     int32_t id = PushPtr(NameArray, const_cast<char*>(text));
-    CatchUp(Names());
+    // The name is in the table now. An index that cannot grow just yet catches up at the next
+    // lookup, so a push either changes nothing (it threw above) or completes.
+    try {
+        CatchUp(Names());
+    } catch (const std::bad_alloc&) {
+    }
     return id;
 }
 
 void PlaceName(const char* name, int32_t index) {
     char* pointer = const_cast<char*>(name);
     if (index < 0) index = 0;
+    // Room first: a placement that cannot get its memory leaves the table as it was.
+    ReservePtrArray(NameArray, index);
     if (index > NameArray.count) {
         // The host gets a fresh zeroed array beyond count, with its entry in place.
         ClearPtrArrayTail(NameArray);
@@ -142,6 +164,37 @@ void PlaceName(const char* name, int32_t index) {
         Names().stale = true;
         overwrites++;
     }
+}
+
+void BeginTableMark(TableMark& mark) {
+    mark = TableMark{};
+    mark.names = NameArray;
+    mark.strings = GlobalStringList;
+    mark.vars = GlobalVarList;
+    mark.funcs = GlobalFuncList;
+    mark.records = GlobalFunctionRecords;
+    activeMark = &mark;
+}
+
+void RollBackTables(TableMark& mark) {
+    RollBackPtrArray(GlobalStringList, mark.strings);
+    RollBackPtrArray(GlobalVarList, mark.vars);
+    RollBackPtrArray(GlobalFuncList, mark.funcs);
+    RollBackPtrArray(GlobalFunctionRecords, mark.records);
+    if (NameArray.count == mark.names.count && !mark.tailSaved) return;
+    RollBackPtrArray(NameArray, mark.names);
+    if (mark.savedTail) {
+        std::memcpy(NameArray.data + mark.names.count, mark.savedTail,
+                    static_cast<size_t>(mark.savedTailLength) * sizeof(void*));
+    }
+    // Entries the index knew may be gone: it is rebuilt at the next lookup.
+    Names().stale = true;
+}
+
+void EndTableMark(TableMark& mark) {
+    std::free(mark.savedTail);
+    mark.savedTail = nullptr;
+    if (activeMark == &mark) activeMark = nullptr;
 }
 
 uint64_t NameOverwrites() { return overwrites; }

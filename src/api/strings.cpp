@@ -5,14 +5,26 @@
 #include <cstring>
 #include <new>
 
+#include "api/fault_injection.h"
+
+void* TryMalloc(size_t size) noexcept {
+    if (AllocationShouldFail()) return nullptr;
+    return std::malloc(size == 0 ? 1 : size);
+}
+
+void* TryCalloc(size_t count, size_t size) noexcept {
+    if (AllocationShouldFail()) return nullptr;
+    return std::calloc(count == 0 ? 1 : count, size == 0 ? 1 : size);
+}
+
 void* CheckedMalloc(size_t size) {
-    void* block = std::malloc(size == 0 ? 1 : size);
+    void* block = TryMalloc(size);
     if (!block) throw std::bad_alloc();
     return block;
 }
 
 void* CheckedCalloc(size_t count, size_t size) {
-    void* block = std::calloc(count == 0 ? 1 : count, size == 0 ? 1 : size);
+    void* block = TryCalloc(count, size);
     if (!block) throw std::bad_alloc();
     return block;
 }
@@ -31,8 +43,18 @@ RefString* AdoptRefString(char* text) {
     return string;
 }
 
+// The copy is freed again when there is no memory for the record.
+static RefString* AdoptCopy(char* copy) {
+    try {
+        return AdoptRefString(copy);
+    } catch (...) {
+        std::free(copy);
+        throw;
+    }
+}
+
 RefString* NewRefString(const char* text) {
-    return AdoptRefString(CheckedStrdup(text ? text : ""));
+    return AdoptCopy(CheckedStrdup(text ? text : ""));
 }
 
 RefString* NewPaddedRefString(const char* text, uint32_t padding) {
@@ -40,7 +62,7 @@ RefString* NewPaddedRefString(const char* text, uint32_t padding) {
     char* copy = static_cast<char*>(CheckedMalloc(length + 1 + padding));
     std::memcpy(copy, text, length);
     std::memset(copy + length, 0, padding + 1);
-    return AdoptRefString(copy);
+    return AdoptCopy(copy);
 }
 
 RefString* RetainRefString(RefString* string) {
@@ -143,16 +165,18 @@ void FreeStringBuilder(StringBuilder& builder) {
     builder.length = 0;
 }
 
+// Every block has one header entry in front of `data` that holds the previous block's start: a
+// grown array keeps its old blocks instead of freeing them, because compile units still point
+// into them. Growth doubles, so the kept blocks together are smaller than the current one.
 static void EnsureReserved(PtrArray& array, int64_t entries) {
     if (entries <= array.reserved) return;
     int64_t reserved = array.reserved > 0 ? array.reserved : 8;
     while (reserved < entries) reserved = reserved * 2;
-    if (reserved > INT32_MAX) throw std::bad_alloc();
-    void** data = static_cast<void**>(CheckedCalloc(static_cast<size_t>(reserved), sizeof(void*)));
-    if (array.data) {
-        std::memcpy(data, array.data, static_cast<size_t>(array.reserved) * sizeof(void*));
-        std::free(array.data);
-    }
+    if (reserved > INT32_MAX - 1) throw std::bad_alloc();
+    void** block = static_cast<void**>(CheckedCalloc(static_cast<size_t>(reserved) + 1, sizeof(void*)));
+    block[0] = array.data ? static_cast<void*>(array.data - 1) : nullptr;
+    void** data = block + 1;
+    if (array.data) std::memcpy(data, array.data, static_cast<size_t>(array.reserved) * sizeof(void*));
     array.data = data;
     array.reserved = static_cast<int32_t>(reserved);
 }
@@ -176,14 +200,15 @@ void ClearPtrArrayTail(PtrArray& array) {
 }
 
 int32_t PushPtr(PtrArray& array, void* value) {
+    // One spare zero entry past count stays addressable for readers that look one too far. The
+    // room comes first, so a push that cannot get its memory changes nothing.
+    EnsureReserved(array, static_cast<int64_t>(array.count) + 2);
     array.lastGrowth = 0;
     if (array.capacity - array.count < 1) {
         int64_t grown = static_cast<int64_t>(array.capacity) * 3 / 2;
         array.lastGrowth = static_cast<int32_t>(grown > array.count + 1 ? grown : array.count + 1);
         ClearPtrArrayTail(array);
     }
-    // One spare zero entry past count stays addressable for readers that look one too far.
-    EnsureReserved(array, static_cast<int64_t>(array.count) + 2);
     int32_t index = array.count;
     array.data[index] = value;
     array.count++;
@@ -202,9 +227,24 @@ void StorePtr(PtrArray& array, int32_t index, void* value) {
 }
 
 void FreePtrArray(PtrArray& array) {
-    std::free(array.data);
+    void** block = array.data ? array.data - 1 : nullptr;
+    while (block) {
+        void** previous = static_cast<void**>(block[0]);
+        std::free(block);
+        block = previous;
+    }
     array.data = nullptr;
     array.count = 0;
     array.reserved = 0;
     array.dirtyEnd = 0;
+}
+
+void RollBackPtrArray(PtrArray& array, const PtrArray& before) {
+    int32_t end = array.count > array.dirtyEnd ? array.count : array.dirtyEnd;
+    if (end > before.count) {
+        std::memset(array.data + before.count, 0, static_cast<size_t>(end - before.count) * sizeof(void*));
+    }
+    array.count = before.count;
+    array.dirtyEnd = before.dirtyEnd < before.count ? before.count : before.dirtyEnd;
+    array.lastGrowth = before.lastGrowth;
 }

@@ -18,7 +18,7 @@ struct RefString {
 RefString* NewRefString(const char* text);
 // Copies text and appends `padding` zero bytes, so readers may look past the end safely.
 RefString* NewPaddedRefString(const char* text, uint32_t padding);
-// Takes ownership of a malloc'd text.
+// Takes ownership of a malloc'd text; when it throws, the text still belongs to the caller.
 RefString* AdoptRefString(char* text);
 RefString* RetainRefString(RefString* string);
 void ReleaseRefString(RefString* string);
@@ -40,7 +40,8 @@ void AppendFormat(StringBuilder& builder, const char* format, ...) VELTJS_PRINTF
 void AppendFormatV(StringBuilder& builder, const char* format, va_list args) VELTJS_PRINTF(2, 0);
 void FreeStringBuilder(StringBuilder& builder);
 
-// A growable array of pointers. Growth is geometric in memory, but the contents behave as if
+// A growable array of pointers. Blocks that the array outgrew are kept for its whole life (units
+// point into them), so a pointer into the array stays readable. Growth is geometric in memory, but the contents behave as if
 // every push beyond the first `capacity` entries reallocated the array: entries past `count`
 // read as zero afterwards (a host can place names there, which such a push wipes out).
 struct PtrArray {
@@ -61,9 +62,18 @@ void ReservePtrArray(PtrArray& array, int32_t index);
 void ClearPtrArrayTail(PtrArray& array);
 // Stores at any index (growing as needed), tracking writes beyond count.
 void StorePtr(PtrArray& array, int32_t index, void* value);
+// Frees the array's block and every block it kept when it grew.
 void FreePtrArray(PtrArray& array);
+// Takes back the pushes made since `before` (a copy of the record taken earlier): entries from
+// its count on read as zero again, and count, dirtyEnd and lastGrowth are as they were. Entries
+// the host had placed past that count are not restored here. Never allocates.
+void RollBackPtrArray(PtrArray& array, const PtrArray& before);
 
-// Allocation helpers: throw std::bad_alloc on failure.
+// Allocation helpers: throw std::bad_alloc on failure. Every allocation of the library goes
+// through these (or through operator new), so a test build can make any one of them fail.
 void* CheckedMalloc(size_t size);
 void* CheckedCalloc(size_t count, size_t size);
 char* CheckedStrdup(const char* text);
+// The same, null on failure, for the places that must not throw.
+void* TryMalloc(size_t size) noexcept;
+void* TryCalloc(size_t count, size_t size) noexcept;

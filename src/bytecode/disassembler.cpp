@@ -184,9 +184,15 @@ int32_t DisassembleOne(const uint32_t* code, int32_t position, StringBuilder& ou
 char* Disassemble(const uint32_t* code, int64_t length) {
     if (length < 1) return nullptr;
     StringBuilder out{};
-    int64_t position = 0;
-    while (position < length) position = DisassembleOne(code, static_cast<int32_t>(position), out);
-    char* text = out.text ? CheckedStrdup(out.text) : nullptr;
+    char* text;
+    try {
+        int64_t position = 0;
+        while (position < length) position = DisassembleOne(code, static_cast<int32_t>(position), out);
+        text = out.text ? CheckedStrdup(out.text) : nullptr;
+    } catch (...) {
+        FreeStringBuilder(out);
+        throw;
+    }
     FreeStringBuilder(out);
     return text;
 }

@@ -68,30 +68,55 @@ void* FindValue(const HashTable& table, uint32_t hash) {
     return entry ? entry->value : nullptr;
 }
 
+// Interns a generated text by pointer: the table keeps it when it took it, else it is released.
+int32_t InternGenerated(RefString* text) {
+    int32_t index;
+    try {
+        index = InternName(text->text);
+    } catch (...) {
+        ReleaseRefString(text);
+        throw;
+    }
+    if (NameArray.data[index] != text->text) ReleaseRefString(text);
+    return index;
+}
+
 // Pairs (qualified name index, name index) for every entry in bucket order.
 uint32_t* NamePairs(CodeGenContext& cx, const HashTable& table) {
     uint32_t* pairs = static_cast<uint32_t*>(CheckedMalloc(static_cast<size_t>(table.count) * 8));
     int32_t used = 0;
     if (!table.buckets) return pairs;
-    for (int32_t bucket = 0; bucket <= table.mask; bucket++) {
-        for (HashEntry* entry = table.buckets[bucket].first; entry; entry = entry->next) {
-            const VarEntry* var = static_cast<const VarEntry*>(entry->value);
-            // The qualified text is interned by pointer: kept when the table took it, else released.
-            RefString* qualified = QualifiedName(cx, VarEntryText(var));
-            int32_t qualifiedIndex = InternName(qualified->text);
-            if (NameArray.data[qualifiedIndex] != qualified->text) ReleaseRefString(qualified);
-            pairs[used * 2] = static_cast<uint32_t>(qualifiedIndex);
-            pairs[used * 2 + 1] = static_cast<uint32_t>(InternName(VarEntryText(var)));
-            used++;
+    try {
+        for (int32_t bucket = 0; bucket <= table.mask; bucket++) {
+            for (HashEntry* entry = table.buckets[bucket].first; entry; entry = entry->next) {
+                const VarEntry* var = static_cast<const VarEntry*>(entry->value);
+                int32_t qualifiedIndex = InternGenerated(QualifiedName(cx, VarEntryText(var)));
+                pairs[used * 2] = static_cast<uint32_t>(qualifiedIndex);
+                pairs[used * 2 + 1] = static_cast<uint32_t>(InternName(VarEntryText(var)));
+                used++;
+            }
         }
+    } catch (...) {
+        std::free(pairs);
+        throw;
     }
     return pairs;
 }
 
+// A copy of a name for the name table, which keeps it for the life of the process.
+__attribute__((noinline)) char* CopyNameForTable(const char* text) { return CheckedStrdup(text); }
+
 // Interns a copy of `text` that lives for the process, unless the text is already a name.
 int32_t InternCopy(const char* text) {
     int32_t index = FindName(text);
-    return index >= 0 ? index : PushName(CheckedStrdup(text));
+    if (index >= 0) return index;
+    char* copy = CopyNameForTable(text);
+    try {
+        return PushName(copy);
+    } catch (...) {
+        std::free(copy);
+        throw;
+    }
 }
 
 void FreeScope(ScopeRecord* scope) {
@@ -111,22 +136,30 @@ void FreeLabel(BranchLabel* label) {
     std::free(label);
 }
 
-// Frees the list's nodes and the labels they hold (a label held twice is freed once).
-void FreeTargets(List& targets, std::unordered_map<void*, bool>& freed) {
+bool ListHolds(const List& list, const void* value) {
+    for (const ListNode* node = list.first; node; node = node->next) {
+        if (node->value == value) return true;
+    }
+    return false;
+}
+
+// Frees the list's nodes and the labels they hold; a label still held further down this list or
+// by `other` is left to be freed there, so each is freed once. Never allocates: it runs on the
+// failure path, where memory may have run out.
+void FreeTargets(List& targets, const List& other) {
     while (targets.count > 0) {
         BranchLabel* label = static_cast<BranchLabel*>(ListPop(targets));
-        if (label && !freed[label]) {
-            freed[label] = true;
-            FreeLabel(label);
-        }
+        if (label && !ListHolds(targets, label) && !ListHolds(other, label)) FreeLabel(label);
     }
 }
 
-// Qualified name text -> position in GlobalFunctionRecords, in step with the list.
-std::unordered_map<std::string, int32_t>& FunctionPositions() {
-    static auto* positions = new std::unordered_map<std::string, int32_t>();
-    return *positions;
-}
+CompileMark* activeCompileMark = nullptr;
+
+// Qualified name text -> position in GlobalFunctionRecords, in step with the list. Made at load
+// (an empty map allocates nothing), so that using it never fails on a path that must not throw.
+std::unordered_map<std::string, int32_t> functionPositions;
+
+std::unordered_map<std::string, int32_t>& FunctionPositions() { return functionPositions; }
 
 }  // namespace
 
@@ -380,35 +413,55 @@ VarEntry* DeclareSlot(CodeGenContext& cx, const char* name) {
 
 RefString* QualifiedName(CodeGenContext& cx, const char* name) {
     StringBuilder text{};
-    for (ListNode* node = cx.scopes.first; node; node = node->next) {
-        const FunctionRecord* record = ScopeOf(node)->function;
-        if (!record || record->declaredNameIndex >= static_cast<uint32_t>(NameArray.count)) continue;
-        const char* declared = static_cast<const char*>(NameArray.data[record->declaredNameIndex]);
-        if (!declared || !declared[0]) continue;
-        AppendText(text, declared);
-        AppendText(text, "@");
+    try {
+        for (ListNode* node = cx.scopes.first; node; node = node->next) {
+            const FunctionRecord* record = ScopeOf(node)->function;
+            if (!record || record->declaredNameIndex >= static_cast<uint32_t>(NameArray.count)) continue;
+            const char* declared = static_cast<const char*>(NameArray.data[record->declaredNameIndex]);
+            if (!declared || !declared[0]) continue;
+            AppendText(text, declared);
+            AppendText(text, "@");
+        }
+        AppendText(text, name ? name : "");
+        return AdoptRefString(text.text);
+    } catch (...) {
+        FreeStringBuilder(text);
+        throw;
     }
-    AppendText(text, name ? name : "");
-    return AdoptRefString(text.text);
 }
 
 ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function) {
     ScopeRecord* scope = static_cast<ScopeRecord*>(CheckedCalloc(1, sizeof(ScopeRecord)));
-    InitHashTable(scope->vars, kScopeBuckets);
-    InitHashTable(scope->slots, kScopeBuckets);
-    InitHashTable(scope->extra, kScopeBuckets);
-    scope->function = function;
-    ListPush(cx.scopes, scope);
+    try {
+        InitHashTable(scope->vars, kScopeBuckets);
+        InitHashTable(scope->slots, kScopeBuckets);
+        InitHashTable(scope->extra, kScopeBuckets);
+        scope->function = function;
+        ListPush(cx.scopes, scope);
+    } catch (...) {
+        FreeScope(scope);
+        throw;
+    }
     return scope;
 }
 
+// Both arrays are made before the record changes, so a host never sees a count that does not
+// match its array.
 void FillScopeRecord(CodeGenContext& cx, ScopeRecord* scope) {
     FunctionRecord* record = scope->function;
     if (!record) return;
+    uint32_t* locals = NamePairs(cx, scope->vars);
+    uint32_t* slots;
+    try {
+        slots = NamePairs(cx, scope->slots);
+    } catch (...) {
+        std::free(locals);
+        throw;
+    }
     record->localCount = static_cast<uint32_t>(scope->vars.count);
-    record->locals = NamePairs(cx, scope->vars);
+    record->locals = locals;
     record->slotCount = static_cast<uint32_t>(scope->slots.count);
-    record->slots = NamePairs(cx, scope->slots);
+    record->slots = slots;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -434,13 +487,39 @@ int32_t FindFunctionRecord(const char* qualifiedName) {
     return found == positions.end() ? -1 : found->second;
 }
 
+bool FunctionRecordIndexAgrees() {
+    for (const auto& entry : FunctionPositions()) {
+        if (entry.second < 0 || entry.second >= GlobalFunctionRecords.count) return false;
+        if (NameOverwrites() != 0) continue;
+        const FunctionRecord* record = static_cast<const FunctionRecord*>(GlobalFunctionRecords.data[entry.second]);
+        if (!record || record->nameIndex >= static_cast<uint32_t>(NameArray.count)) return false;
+        const char* text = static_cast<const char*>(NameArray.data[record->nameIndex]);
+        if (!text || entry.first != text) return false;
+    }
+    return true;
+}
+
 void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionRecord* record) {
     if (position >= 0 && position < GlobalFunctionRecords.count) {
+        // Journaled first, so that a compile that fails for memory can put the old one back.
+        if (activeCompileMark) activeCompileMark->replaced.push_back({position, GlobalFunctionRecords.data[position]});
         GlobalFunctionRecords.data[position] = record;
         return;
     }
-    int32_t added = PushPtr(GlobalFunctionRecords, record);
-    if (qualifiedName) FunctionPositions().emplace(qualifiedName, added);
+    auto& positions = FunctionPositions();
+    if (!qualifiedName) {
+        PushPtr(GlobalFunctionRecords, record);
+        return;
+    }
+    // The index entry is made first and taken out again when the push fails, so the two always
+    // agree.
+    auto inserted = positions.emplace(qualifiedName, GlobalFunctionRecords.count);
+    try {
+        PushPtr(GlobalFunctionRecords, record);
+    } catch (...) {
+        if (inserted.second) positions.erase(inserted.first);
+        throw;
+    }
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -477,26 +556,28 @@ void BeginCompile(CodeGenContext& cx, const char* scriptName, uint8_t topLevel) 
     PushPtr(GlobalFunctionRecords, state.root);
 }
 
+// The global scope's record is filled before the buffers are handed out: until then a failure
+// leaves both buffers to the context's clean-up.
 void EndCompile(CodeGenContext& cx, VMBuffer** code, VMBuffer** code2) {
+    if (cx.scopes.last) {
+        ScopeRecord* scope = ScopeOf(cx.scopes.last);
+        FillScopeRecord(cx, scope);
+        ListPop(cx.scopes);
+        FreeScope(scope);
+    }
     FinishBuffer(*cx.code);
     FinishBuffer(*cx.code2);
     *code = cx.code;
     *code2 = cx.code2;
     cx.code = nullptr;
     cx.code2 = nullptr;
-    if (!cx.scopes.last) return;
-    ScopeRecord* scope = ScopeOf(cx.scopes.last);
-    FillScopeRecord(cx, scope);
-    ListPop(cx.scopes);
-    FreeScope(scope);
 }
 
 void CleanUpContext(CodeGenContext& cx, bool) {
     ClearHashTable(cx.slotTable);
     ClearHashTable(cx.labelTable);
-    std::unordered_map<void*, bool> freed;
-    FreeTargets(cx.continueTargets, freed);
-    FreeTargets(cx.breakTargets, freed);
+    FreeTargets(cx.continueTargets, cx.breakTargets);
+    FreeTargets(cx.breakTargets, cx.continueTargets);
     while (cx.scopes.count > 0) FreeScope(static_cast<ScopeRecord*>(ListPop(cx.scopes)));
     std::free(cx.typeStack);
     cx.typeStack = nullptr;
@@ -506,4 +587,40 @@ void CleanUpContext(CodeGenContext& cx, bool) {
     cx.code = cx.code2 = nullptr;
     std::free(cx.scriptName);
     cx.scriptName = nullptr;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Taking back a compile that failed for memory.
+
+void BeginCompileMark(CompileMark& mark) {
+    BeginTableMark(mark.tables);
+    mark.state = CodeGenState();
+    if (mark.state.root) mark.root = *mark.state.root;
+    mark.replaced.clear();
+    activeCompileMark = &mark;
+}
+
+void RollBackCompile(CompileMark& mark) {
+    for (auto entry = mark.replaced.rbegin(); entry != mark.replaced.rend(); ++entry) {
+        GlobalFunctionRecords.data[entry->position] = entry->previous;
+    }
+    mark.replaced.clear();
+    RollBackTables(mark.tables);
+    auto& positions = FunctionPositions();
+    for (auto entry = positions.begin(); entry != positions.end();) {
+        if (entry->second >= mark.tables.records.count) {
+            entry = positions.erase(entry);
+        } else {
+            ++entry;
+        }
+    }
+    CodeGenGlobals& state = CodeGenState();
+    // A root record made by this compile is dropped: the next compile makes a fresh one.
+    if (mark.state.root) *mark.state.root = mark.root;
+    state = mark.state;
+}
+
+void EndCompileMark(CompileMark& mark) {
+    EndTableMark(mark.tables);
+    if (activeCompileMark == &mark) activeCompileMark = nullptr;
 }

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
+#include "api/globals.h"
 #include "api/hash_table.h"
 #include "api/strings.h"
 #include "bytecode/code_buffer.h"
@@ -87,6 +89,29 @@ struct CodeGenGlobals {
 };
 CodeGenGlobals& CodeGenState();
 
+// A function record that a compile replaced in place in the process-wide list.
+struct ReplacedRecord {
+    int32_t position;
+    void* previous;
+};
+
+// What a compile changes in process-wide state, recorded so that a compile that fails for memory
+// can be taken back whole: the arrays, the counters and the root record, and the function
+// records replaced in place (journaled as they are replaced).
+struct CompileMark {
+    TableMark tables;
+    CodeGenGlobals state;
+    FunctionRecord root;
+    std::vector<ReplacedRecord> replaced;
+};
+
+// Records the state and makes the mark the active one. Never allocates.
+void BeginCompileMark(CompileMark& mark);
+// Puts everything back as it was at the mark: names, lists, the function-record index,
+// counters, the root record. Never allocates.
+void RollBackCompile(CompileMark& mark);
+void EndCompileMark(CompileMark& mark);
+
 // Type stack: pushes grow the stack; a pop of an empty stack yields 15 (.e).
 void PushType(CodeGenContext& cx, uint32_t type);
 uint32_t PopType(CodeGenContext& cx);
@@ -121,12 +146,16 @@ void FillScopeRecord(CodeGenContext& cx, ScopeRecord* scope);
 void BeginCompile(CodeGenContext& cx, const char* scriptName, uint8_t topLevel);
 // Finishes both buffers and hands them out; fills the global scope's record; unlinks its scope.
 void EndCompile(CodeGenContext& cx, VMBuffer** code, VMBuffer** code2);
-// Frees the context's tables, targets and scopes; the type stack too when `success`.
+// Frees the context's tables, targets and scopes; the type stack too when `success`. Never
+// allocates, so it cannot fail on the failure path.
 void CleanUpContext(CodeGenContext& cx, bool success);
 
 // Positions in the process-wide function-record list by qualified name (-1 when absent).
 int32_t FindFunctionRecord(const char* qualifiedName);
 void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionRecord* record);
+// True when every entry of the index by qualified name points below the list's count, at a record
+// of that name (read through the name table while no host has renamed an entry).
+bool FunctionRecordIndexAgrees();
 
 // Labels and branches: forward branches are written with offset 0 and patched when placed.
 void PlaceLabel(CodeGenContext& cx, BranchLabel* label);

@@ -25,7 +25,13 @@ void Unlink(Node* node) {
 // A synthetic `var name` statement positioned at `where`.
 Node* MakeVarDeclaration(RefString* name, const SourcePosition* where) {
     RefString* keyword = NewRefString("var");
-    Node* declaration = MakeNode(LEX_VAR, keyword, where);
+    Node* declaration;
+    try {
+        declaration = MakeNode(LEX_VAR, keyword, where);
+    } catch (...) {
+        ReleaseRefString(keyword);
+        throw;
+    }
     ReleaseRefString(keyword);
     AppendChild(declaration, MakeNode(LEX_ID, name, where));
     return declaration;
@@ -69,7 +75,10 @@ void CollectVarNames(Node* list, std::vector<RefString*>& names) {
             continue;
         }
         if (node->kind == LEX_VAR) {
-            for (Node* name = node->first; name; name = name->next) names.push_back(RetainRefString(name->text));
+            for (Node* name = node->first; name; name = name->next) {
+                names.push_back(name->text);
+                RetainRefString(name->text);
+            }
         }
         if (node->kind != LEX_FUNCTION && node->first) {
             resume.push_back(node->next);
@@ -90,8 +99,13 @@ void CompileProgram(CodeGenContext& cx, Node* firstStatement) {
     Node* head = HoistFunctions(firstStatement);
     if (!cx.topLevel) head = DeclareFunctionNames(head);
     std::vector<RefString*> names;
-    CollectVarNames(head, names);
-    for (RefString* name : names) head = InsertAsHead(head, MakeVarDeclaration(name, head->position));
+    try {
+        CollectVarNames(head, names);
+        for (RefString* name : names) head = InsertAsHead(head, MakeVarDeclaration(name, head->position));
+    } catch (...) {
+        for (RefString* name : names) ReleaseRefString(name);
+        throw;
+    }
     for (RefString* name : names) ReleaseRefString(name);
     CompileStatements(cx, head, 1);
 }

@@ -22,9 +22,14 @@ constexpr int32_t kIntMax = 2147483646;
 
 std::string KindName(uint32_t kind) {
     RefString* name = TokenKindName(static_cast<int32_t>(kind));
-    std::string text = name && name->text ? name->text : "";
-    ReleaseRefString(name);
-    return text;
+    try {
+        std::string text = name && name->text ? name->text : "";
+        ReleaseRefString(name);
+        return text;
+    } catch (...) {
+        ReleaseRefString(name);
+        throw;
+    }
 }
 
 void EmitGlobalScope(CodeGenContext& cx) {

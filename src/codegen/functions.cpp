@@ -56,28 +56,36 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
     cx.topLevel = 0;
 
     RefString* qualified = QualifiedName(cx, name);
-    int32_t position = FindFunctionRecord(qualified->text);
-
     Node* parameterList = node->next;
     Node* body = parameterList ? parameterList->next : nullptr;
+    int32_t position;
     int32_t parameterCount = 0;
-    uint32_t* parameters = InternParameters(parameterList, &parameterCount);
-
-    BranchLabel* endFunction = NewLabel("endfunc");
-    BranchLabel* endCompile = NewLabel("endcompile");
-    BranchToLabel(cx, endFunction, OP_B);
-
-    FunctionRecord* record = NewFunctionRecord();
-    record->nameIndex = static_cast<uint32_t>(InternName(qualified->text));
+    uint32_t* parameters;
+    BranchLabel* endFunction;
+    BranchLabel* endCompile;
+    FunctionRecord* record;
+    // Until the name table holds the qualified text, a failure leaves it to be released here.
+    try {
+        position = FindFunctionRecord(qualified->text);
+        parameters = InternParameters(parameterList, &parameterCount);
+        endFunction = NewLabel("endfunc");
+        endCompile = NewLabel("endcompile");
+        BranchToLabel(cx, endFunction, OP_B);
+        record = NewFunctionRecord();
+        record->nameIndex = static_cast<uint32_t>(InternName(qualified->text));
+    } catch (...) {
+        ReleaseRefString(qualified);
+        throw;
+    }
+    // The name table keeps the pointer it was first given, so the qualified text is kept
+    // whenever this call was the one that added it.
+    const char* qualifiedText = static_cast<const char*>(NameArray.data[record->nameIndex]);
+    if (qualifiedText != qualified->text) ReleaseRefString(qualified);
     record->declaredNameIndex = static_cast<uint32_t>(InternName(name));
     record->codeOffset = static_cast<uint64_t>(CodeOffset(cx));
     record->paramCount = parameterCount;
     record->params = parameters;
     record->flags = kInitialFunctionFlags;
-    // The name table keeps the pointer it was first given, so the qualified text is kept
-    // whenever this call was the one that added it.
-    const char* qualifiedText = static_cast<const char*>(NameArray.data[record->nameIndex]);
-    if (qualifiedText != qualified->text) ReleaseRefString(qualified);
 
     ScopeRecord* scope = PushScope(cx, record);
     DeclareLocal(cx, "arguments", 0, kUnsetSlot);

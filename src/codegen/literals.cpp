@@ -100,12 +100,12 @@ void CompileObjectLiteral(CodeGenContext& cx, Node* node) {
                 count += 2;
             }
         }
+        EmitCall(cx, "@@NewObject@@", count & 0xFFFFu);
+        PushType(cx, TYPE_VARIABLE);
     } catch (...) {
         ClearHashTable(accessors);
         throw;
     }
-    EmitCall(cx, "@@NewObject@@", count & 0xFFFFu);
-    PushType(cx, TYPE_VARIABLE);
     ClearHashTable(accessors);
 }
 

@@ -28,9 +28,10 @@ uint32_t DigitValue(uint32_t digit) {
 }
 
 void StoreToken(Lexer* lexer, int32_t kind, const char* text) {
+    RefString* stored = NewRefString(text);
     lexer->tokenKind = kind;
     ReleaseRefString(*lexer->tokenText);
-    *lexer->tokenText = NewRefString(text);
+    *lexer->tokenText = stored;
 }
 
 void BeginToken(Lexer* lexer) {
@@ -268,19 +269,23 @@ void ScanToken(Lexer* lexer) {
 
     uint32_t c = lexer->current;
     int32_t kind = LEX_EOF;
-    if (c == 0) {
-        kind = LEX_EOF;
-    } else if (IsIdentifierStart(c)) {
-        kind = ScanIdentifier(lexer, text);
-    } else if (IsDecimalDigit(c) || (c == '.' && IsDecimalDigit(lexer->next))) {
-        kind = ScanNumber(lexer, text);
-    } else if (c == '"' || c == '\'') {
-        kind = ScanString(lexer, text);
-    } else {
-        kind = ScanOperator(lexer, text);
+    try {
+        if (c == 0) {
+            kind = LEX_EOF;
+        } else if (IsIdentifierStart(c)) {
+            kind = ScanIdentifier(lexer, text);
+        } else if (IsDecimalDigit(c) || (c == '.' && IsDecimalDigit(lexer->next))) {
+            kind = ScanNumber(lexer, text);
+        } else if (c == '"' || c == '\'') {
+            kind = ScanString(lexer, text);
+        } else {
+            kind = ScanOperator(lexer, text);
+        }
+        // A code point 0 inside the text ends it, as the text is NUL-terminated.
+        StoreToken(lexer, kind, text.text);
+    } catch (...) {
+        FreeStringBuilder(text);
+        throw;
     }
-
-    // A code point 0 inside the text ends it, as the text is NUL-terminated.
-    StoreToken(lexer, kind, text.text);
     FreeStringBuilder(text);
 }

@@ -17,9 +17,14 @@ SourcePosition* CopyPosition(const SourcePosition* position) {
 
 Node* MakeNode(uint32_t kind, RefString* text, const SourcePosition* position) {
     Node* node = static_cast<Node*>(CheckedCalloc(1, sizeof(Node)));
+    try {
+        node->position = CopyPosition(position);
+    } catch (...) {
+        std::free(node);
+        throw;
+    }
     node->kind = kind;
     node->text = RetainRefString(text);
-    node->position = CopyPosition(position);
     return node;
 }
 
@@ -49,7 +54,13 @@ void AppendHead(StringBuilder& builder, const Node* node, int level) {
     AppendIndent(builder, level);
     AppendText(builder, "[ ");
     RefString* name = TokenKindName(static_cast<int32_t>(node->kind));
-    AppendText(builder, name->text);
+    try {
+        AppendText(builder, name->text);
+    } catch (...) {
+        ReleaseRefString(name);
+        std::free(name);
+        throw;
+    }
     ReleaseRefString(name);
     // The name was made for this call alone, so its record goes with its text.
     std::free(name);
@@ -68,12 +79,9 @@ void AppendTail(StringBuilder& builder, const Node* node, int level) {
     AppendText(builder, "]");
 }
 
-}  // namespace
-
 // Walks the subtree with an explicit stack of open ancestors: trees can be far deeper than
 // the host thread's stack would allow for a recursive walk.
-RefString* DumpTree(const Node* node, int level) {
-    StringBuilder builder{};
+void AppendTree(StringBuilder& builder, const Node* node, int level) {
     AppendText(builder, "");
     std::vector<const Node*> open;
     const Node* current = node;
@@ -104,5 +112,17 @@ RefString* DumpTree(const Node* node, int level) {
             AppendTail(builder, current, level);
         }
     }
-    return AdoptRefString(builder.text);
+}
+
+}  // namespace
+
+RefString* DumpTree(const Node* node, int level) {
+    StringBuilder builder{};
+    try {
+        AppendTree(builder, node, level);
+        return AdoptRefString(builder.text);
+    } catch (...) {
+        FreeStringBuilder(builder);
+        throw;
+    }
 }

@@ -25,7 +25,13 @@ Node* MakeCurrentNode(Lexer* lexer, uint32_t kind) {
 // A node with its own text, made at the lexer's position.
 Node* MakeTextNode(Lexer* lexer, uint32_t kind, const char* text) {
     RefString* string = NewRefString(text);
-    Node* node = MakeNode(kind, string, &lexer->position);
+    Node* node;
+    try {
+        node = MakeNode(kind, string, &lexer->position);
+    } catch (...) {
+        ReleaseRefString(string);
+        throw;
+    }
     ReleaseRefString(string);
     return node;
 }
@@ -154,9 +160,9 @@ void AppendCurrent(StringBuilder& builder, Lexer* lexer) {
 
 // RegExp -> '/' chars '/' flags, re-read from the characters after the '/' or '/=' token and
 // rewritten to new RegExp(pattern, flags).
-[[gnu::noinline]] Node* ParseRegExp(Parser* parser) {
-    Lexer* lexer = parser->lexer;
-    StringBuilder builder{};
+// The literal's characters after the token's own text: the pattern up to the closing '/', then
+// the flags. Reports an unterminated literal.
+void ReadRegExp(Lexer* lexer, StringBuilder& builder) {
     AppendText(builder, (*lexer->tokenText)->text);
     bool found = false;
     for (;;) {
@@ -172,29 +178,48 @@ void AppendCurrent(StringBuilder& builder, Lexer* lexer) {
         }
         AppendCurrent(builder, lexer);
     }
-    if (!found) {
-        FreeStringBuilder(builder);
-        ReportError(&lexer->position, "unterminated regular expression literal");
-    }
+    if (!found) ReportError(&lexer->position, "unterminated regular expression literal");
     AppendCurrent(builder, lexer);
     while (lexer->current == 'g' || lexer->current == 'i' || lexer->current == 'm' ||
            lexer->current == 'y') {
         AppendCurrent(builder, lexer);
     }
+}
+
+// The pattern and the flags of the literal as two string nodes of `call`.
+void AppendRegExpArguments(Lexer* lexer, Node* call, const char* literal) {
+    char* copy = CheckedStrdup(literal);
+    try {
+        char* lastSlash = std::strrchr(copy, '/');
+        *lastSlash = '\0';
+        AppendChild(call, MakeTextNode(lexer, LEX_STR, std::strchr(copy, '/') + 1));
+        AppendChild(call, MakeTextNode(lexer, LEX_STR, lastSlash + 1));
+    } catch (...) {
+        std::free(copy);
+        throw;
+    }
+    std::free(copy);
+}
+
+[[gnu::noinline]] Node* ParseRegExp(Parser* parser) {
+    Lexer* lexer = parser->lexer;
+    StringBuilder builder{};
+    RefString* literal;
+    try {
+        ReadRegExp(lexer, builder);
+        literal = AdoptRefString(builder.text);
+    } catch (...) {
+        FreeStringBuilder(builder);
+        throw;
+    }
     lexer->tokenKind = LEX_REGEXP;
-    RefString* literal = AdoptRefString(builder.text);
     SetTokenText(lexer, literal);
 
     Node* n = MakeNode(LEX_NEW, literal, &lexer->position);
     Node* c = MakeTextNode(lexer, '(', "(");
     AppendChild(n, c);
     AppendChild(c, MakeTextNode(lexer, LEX_ID, "RegExp"));
-    char* copy = CheckedStrdup(literal->text);
-    char* lastSlash = std::strrchr(copy, '/');
-    *lastSlash = '\0';
-    AppendChild(c, MakeTextNode(lexer, LEX_STR, std::strchr(copy, '/') + 1));
-    AppendChild(c, MakeTextNode(lexer, LEX_STR, lastSlash + 1));
-    std::free(copy);
+    AppendRegExpArguments(lexer, c, literal->text);
     ScanToken(lexer);
     return n;
 }

@@ -24,7 +24,13 @@ void Consume(Lexer* lexer) { MatchToken(lexer, lexer->tokenKind); }
 // A node with its own text, made at the lexer's position.
 Node* MakeTextNode(Lexer* lexer, uint32_t kind, const char* text) {
     RefString* string = NewRefString(text);
-    Node* node = MakeNode(kind, string, &lexer->position);
+    Node* node;
+    try {
+        node = MakeNode(kind, string, &lexer->position);
+    } catch (...) {
+        ReleaseRefString(string);
+        throw;
+    }
     ReleaseRefString(string);
     return node;
 }

@@ -1,0 +1,13 @@
+# The shipped library has no allocation-failure hook: none of its symbols, not even local ones.
+execute_process(COMMAND ${NM} -C ${LIB} OUTPUT_VARIABLE symbols RESULT_VARIABLE result)
+if(NOT result EQUAL 0)
+  message(FATAL_ERROR "${NM} failed on ${LIB}")
+endif()
+if(NOT symbols MATCHES "VeltJS_Parse")
+  message(FATAL_ERROR "no symbol table in ${LIB}: cannot tell")
+endif()
+foreach(hook AllocationShouldFail ArmAllocationFailure DisarmAllocationFailure AllocationFailureHappened)
+  if(symbols MATCHES "${hook}")
+    message(FATAL_ERROR "${LIB} contains ${hook}")
+  endif()
+endforeach()
