@@ -1,7 +1,7 @@
 # Two entry points: `make run` (set up, build, compile the example) and `make test` (everything).
 # `make bench` runs the benchmarks; `bench/compare-commits.sh OLD` compares results with an older commit.
 # `make fuzz FUZZ_SECONDS=N` runs each fuzz target for N seconds (new inputs under /tmp).
-.PHONY: bench deps run test test-linux test-windows test-asan test-fuzz build-linux build-windows build-asan build-fuzz fuzz clean
+.PHONY: bench deps run test test-linux test-windows test-asan test-fuzz test-parity build-linux build-windows build-asan build-fuzz fuzz clean
 
 FUZZ_SECONDS ?= 600
 # The fuzz smoke run of `make test`: each target this long from the committed corpus.
@@ -45,7 +45,11 @@ test-fuzz: build-fuzz
 fuzz: build-fuzz
 	fuzz/run.sh $(FUZZ_SECONDS)
 
-test: test-linux test-windows test-asan test-fuzz
+# Linux and Windows (wine) compile a generated corpus to the same bytes.
+test-parity: build-linux build-windows
+	tests/parity/compare.sh build/linux build/windows build/parity
+
+test: test-linux test-windows test-asan test-parity test-fuzz
 
 clean:
 	rm -rf build
