@@ -3,12 +3,13 @@
 # preset, runs the tests and reports every mutant that no test noticed (a survivor). The source
 # tree is restored after each mutant, and on exit or interruption.
 #
-#   scripts/mutate.sh [-R REGEX] [-E REGEX] [-j N] SPEC...
+#   scripts/mutate.sh [-R REGEX] [-E REGEX] [-s SEP] [-j N] SPEC...
 #
 # Each SPEC is either
 #   FILE:LINE            every operator mutation of that line (see OPERATORS below), one at a time
 #   FILE:FIRST-LAST      the same for each line of the range
-#   FILE|FROM|TO         replace the only occurrence of the text FROM in FILE by TO
+#   FILE|FROM|TO         replace the only occurrence of the text FROM in FILE by TO (-s SEP
+#                        takes another separator than '|', for texts that hold one, e.g. '||')
 # -R REGEX limits the tests to those whose names match (ctest -R), which makes a run much faster
 # when the tests that ought to notice are known; -E REGEX leaves out the tests whose names match
 # (ctest -E), e.g. to see whether the other tests notice a mutant; -j N is passed to the build
@@ -23,17 +24,19 @@ root="$(cd "$(dirname "$0")/.." && pwd)"
 cd "$root"
 regex=""
 exclude=""
+separator="|"
 jobs=2
-while getopts "R:E:j:" option; do
+while getopts "R:E:s:j:" option; do
   case "$option" in
+    s) separator="$OPTARG" ;;
     R) regex="$OPTARG" ;;
     E) exclude="$OPTARG" ;;
     j) jobs="$OPTARG" ;;
-    *) sed -n '2,22p' "$0"; exit 2 ;;
+    *) sed -n '2,23p' "$0"; exit 2 ;;
   esac
 done
 shift $((OPTIND - 1))
-[ $# -gt 0 ] || { sed -n '2,22p' "$0"; exit 2; }
+[ $# -gt 0 ] || { sed -n '2,23p' "$0"; exit 2; }
 
 # Operator rewrites tried on a line, each at every place it occurs: FROM and TO separated by a tab.
 OPERATORS=$(printf '%s\n' \
@@ -107,15 +110,18 @@ try_mutant() {
     verdict="SURVIVED"
     survivors=$((survivors + 1))
   else
-    verdict="killed ($(grep -cE '^ +[0-9]+ - ' /tmp/veltjs-mutate-test.log) failing)"
+    verdict="killed ($(grep -cE '^[[:space:]]+[0-9]+ - ' /tmp/veltjs-mutate-test.log) failing)"
   fi
   printf '%-28s %s\n' "$verdict" "$description"
   restore
 }
 
 for spec in "$@"; do
-  if [[ "$spec" == *"|"* ]]; then
-    IFS='|' read -r file from to <<< "$spec"
+  if [[ "$spec" == *"$separator"* ]]; then
+    file="${spec%%"$separator"*}"
+    rest="${spec#*"$separator"}"
+    from="${rest%%"$separator"*}"
+    to="${rest#*"$separator"}"
     try_mutant "$file" "$file: '$from' -> '$to'" replace "$from" "$to"
     continue
   fi
@@ -134,5 +140,7 @@ for spec in "$@"; do
   done
 done
 
+# Leave the build as the restored tree is, not as the last mutant was.
+build || echo "the restored tree did not build again; see /tmp/veltjs-mutate-build.log" >&2
 echo "$total mutant(s), $survivors survived"
 [ "$survivors" -eq 0 ]
