@@ -1,6 +1,11 @@
 # Two entry points: `make run` (set up, build, compile the example) and `make test` (everything).
 # `make bench` runs the benchmarks; `bench/compare-commits.sh OLD` compares results with an older commit.
-.PHONY: bench deps run test test-linux test-windows test-asan build-linux build-windows build-asan clean
+# `make fuzz FUZZ_SECONDS=N` runs each fuzz target for N seconds (new inputs under /tmp).
+.PHONY: bench deps run test test-linux test-windows test-asan test-fuzz test-parity build-linux build-windows build-asan build-fuzz fuzz clean
+
+FUZZ_SECONDS ?= 600
+# The fuzz smoke run of `make test`: each target this long from the committed corpus.
+FUZZ_SMOKE_SECONDS ?= 60
 
 deps:
 	scripts/install-deps.sh
@@ -29,7 +34,22 @@ test-windows: build-windows
 test-asan: build-asan
 	ctest --preset linux-asan
 
-test: test-linux test-windows test-asan
+build-fuzz: deps
+	cmake --preset fuzz
+	cmake --build --preset fuzz
+
+test-fuzz: build-fuzz
+	ctest --preset fuzz
+	fuzz/run.sh $(FUZZ_SMOKE_SECONDS)
+
+fuzz: build-fuzz
+	fuzz/run.sh $(FUZZ_SECONDS)
+
+# Linux and Windows (wine) compile a generated corpus to the same bytes.
+test-parity: build-linux build-windows
+	tests/parity/compare.sh build/linux build/windows build/parity
+
+test: test-linux test-windows test-asan test-parity test-fuzz
 
 clean:
 	rm -rf build

@@ -7,7 +7,7 @@ packages=(
   cmake g++ make pkg-config ninja-build
   libgtest-dev libgmock-dev libbenchmark-dev libutf8proc-dev duktape-dev
   g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64
-  dpkg-dev
+  dpkg-dev clang libclang-rt-14-dev python3
 )
 
 missing=()

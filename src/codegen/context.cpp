@@ -9,8 +9,10 @@
 #include <unordered_map>
 
 #include "api/crc32.h"
+#include "api/diagnostics.h"
 #include "api/globals.h"
 #include "api/strings.h"
+#include "parser/node.h"
 
 namespace {
 
@@ -215,6 +217,22 @@ BranchLabel* NewLabel(const char* name) {
 }
 
 // label: each pending site's word keeps its opcode and gets the word offset to here.
+namespace {
+
+// Branch offsets count words in a signed 23-bit field; masking one that does not fit would
+// jump somewhere else entirely, so such a compile fails instead.
+constexpr int64_t kBranchWordLimit = int64_t{1} << 22;
+
+int32_t BranchWords(const CodeGenContext& cx, int64_t from, int64_t to) {
+    int64_t words = (to - from) >> 2;
+    if (words >= kBranchWordLimit || words <= -kBranchWordLimit) {
+        ReportError(cx.statement ? cx.statement->position : nullptr, "branch offset out of range");
+    }
+    return static_cast<int32_t>(words);
+}
+
+}  // namespace
+
 void PlaceLabel(CodeGenContext& cx, BranchLabel* label) {
     label->offset = CodeOffset(cx);
     label->defined = 1;
@@ -222,7 +240,7 @@ void PlaceLabel(CodeGenContext& cx, BranchLabel* label) {
     while (site) {
         BranchSite* next = site->next;
         uint32_t word = ReadWord(*cx.code, site->offset);
-        int32_t words = static_cast<int32_t>((label->offset - site->offset) >> 2);
+        int32_t words = BranchWords(cx, site->offset, label->offset);
         PatchWord(*cx.code, site->offset, MakeBranch(word >> 24, words) | site->extra);
         std::free(site);
         site = next;
@@ -234,7 +252,7 @@ void PlaceLabel(CodeGenContext& cx, BranchLabel* label) {
 void BranchToLabel(CodeGenContext& cx, BranchLabel* label, uint32_t opcode) {
     int64_t here = CodeOffset(cx);
     if (label->defined) {
-        Emit(cx, {MakeBranch(opcode, static_cast<int32_t>((label->offset - here) >> 2))});
+        Emit(cx, {MakeBranch(opcode, BranchWords(cx, here, label->offset))});
         return;
     }
     BranchSite* site = static_cast<BranchSite*>(CheckedMalloc(sizeof(BranchSite)));

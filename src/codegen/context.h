@@ -78,6 +78,7 @@ struct CodeGenContext {
     List continueTargets;
     HashTable labelTable;
     HashTable slotTable;
+    const Node* statement;   // the innermost statement being compiled, where branch errors point
 };
 
 // Process-wide state of the code generator, made on the first compile.
@@ -158,5 +159,7 @@ void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionReco
 bool FunctionRecordIndexAgrees();
 
 // Labels and branches: forward branches are written with offset 0 and patched when placed.
+// A branch whose word offset does not fit the signed 23-bit field (2^22 words or more either
+// way) ends the compile with "branch offset out of range" at the current statement.
 void PlaceLabel(CodeGenContext& cx, BranchLabel* label);
 void BranchToLabel(CodeGenContext& cx, BranchLabel* label, uint32_t opcode);

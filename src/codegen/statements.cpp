@@ -9,6 +9,16 @@
 
 namespace {
 
+// Makes `node` the statement that branch errors point at while it compiles.
+struct CurrentStatement {
+    CurrentStatement(CodeGenContext& cx, const Node* node) : cx(cx), saved(cx.statement) { cx.statement = node; }
+    ~CurrentStatement() { cx.statement = saved; }
+    CurrentStatement(const CurrentStatement&) = delete;
+    CurrentStatement& operator=(const CurrentStatement&) = delete;
+    CodeGenContext& cx;
+    const Node* saved;
+};
+
 constexpr uint32_t kUnsetSlot = 0xFFFFFFFFu;
 constexpr uint32_t kSelectorUnresolved = 0xFFF5u;   // -11
 constexpr uint32_t kSelectorLocal = 0xFFF4u;        // -12
@@ -416,6 +426,7 @@ void RecordPosition(CodeGenContext& cx, const Node* node) {
 
 void CompileStatement(CodeGenContext& cx, Node* node, int flag) {
     NestingLevel nesting(node->position, kMaxCompileNesting);
+    CurrentStatement current(cx, node);
     RecordPosition(cx, node);
     switch (node->kind) {
         case '{':

@@ -1,5 +1,6 @@
 #include "parser/node.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <vector>
 
@@ -45,17 +46,44 @@ void AppendChild(Node* parent, Node* child) {
 
 namespace {
 
-void AppendIndent(StringBuilder& builder, int level) {
-    for (int i = 0; i < level; i++) AppendText(builder, "  ");
+// Where a rendering of the tree goes: a growable buffer, or a stream written as the walk goes
+// (a dump grows with the square of the tree's depth, so only the stream never runs out of room).
+struct TreeSink {
+    StringBuilder* builder;
+    std::FILE* stream;
+};
+
+void Put(TreeSink& sink, const char* text) {
+    if (!text) return;
+    if (sink.stream) {
+        std::fputs(text, sink.stream);
+    } else {
+        AppendText(*sink.builder, text);
+    }
+}
+
+void PutIndent(TreeSink& sink, int level) {
+    if (!sink.stream) {
+        for (int i = 0; i < level; i++) AppendText(*sink.builder, "  ");
+        return;
+    }
+    static const char kSpaces[] = "                                                                ";
+    constexpr size_t kRun = sizeof(kSpaces) - 1;
+    size_t left = 2 * static_cast<size_t>(level < 0 ? 0 : level);
+    while (left > 0) {
+        size_t run = left < kRun ? left : kRun;
+        std::fwrite(kSpaces, 1, run, sink.stream);
+        left -= run;
+    }
 }
 
 // `[ name="text"` at the node's own indentation.
-void AppendHead(StringBuilder& builder, const Node* node, int level) {
-    AppendIndent(builder, level);
-    AppendText(builder, "[ ");
+void PutHead(TreeSink& sink, const Node* node, int level) {
+    PutIndent(sink, level);
+    Put(sink, "[ ");
     RefString* name = TokenKindName(static_cast<int32_t>(node->kind));
     try {
-        AppendText(builder, name->text);
+        Put(sink, name->text);
     } catch (...) {
         ReleaseRefString(name);
         std::free(name);
@@ -64,37 +92,36 @@ void AppendHead(StringBuilder& builder, const Node* node, int level) {
     ReleaseRefString(name);
     // The name was made for this call alone, so its record goes with its text.
     std::free(name);
-    AppendText(builder, "=\"");
-    AppendText(builder, node->text ? node->text->text : nullptr);
-    AppendText(builder, "\"");
+    Put(sink, "=\"");
+    Put(sink, node->text ? node->text->text : nullptr);
+    Put(sink, "\"");
 }
 
-void AppendTail(StringBuilder& builder, const Node* node, int level) {
+void PutTail(TreeSink& sink, const Node* node, int level) {
     if (node->count < 1) {
-        AppendText(builder, " ");
+        Put(sink, " ");
     } else {
-        AppendText(builder, "\n");
-        AppendIndent(builder, level);
+        Put(sink, "\n");
+        PutIndent(sink, level);
     }
-    AppendText(builder, "]");
+    Put(sink, "]");
 }
 
 // Walks the subtree with an explicit stack of open ancestors: trees can be far deeper than
 // the host thread's stack would allow for a recursive walk.
-void AppendTree(StringBuilder& builder, const Node* node, int level) {
-    AppendText(builder, "");
+void RenderTree(TreeSink& sink, const Node* node, int level) {
     std::vector<const Node*> open;
     const Node* current = node;
     while (current) {
-        AppendHead(builder, current, level);
+        PutHead(sink, current, level);
         if (current->first) {
-            AppendText(builder, ", \n");
+            Put(sink, ", \n");
             open.push_back(current);
             current = current->first;
             level++;
             continue;
         }
-        AppendTail(builder, current, level);
+        PutTail(sink, current, level);
         // Close finished ancestors until one of them has a next sibling to render.
         for (;;) {
             if (open.empty()) {
@@ -102,14 +129,14 @@ void AppendTree(StringBuilder& builder, const Node* node, int level) {
                 break;
             }
             if (current->next) {
-                AppendText(builder, ", \n");
+                Put(sink, ", \n");
                 current = current->next;
                 break;
             }
             current = open.back();
             open.pop_back();
             level--;
-            AppendTail(builder, current, level);
+            PutTail(sink, current, level);
         }
     }
 }
@@ -119,10 +146,17 @@ void AppendTree(StringBuilder& builder, const Node* node, int level) {
 RefString* DumpTree(const Node* node, int level) {
     StringBuilder builder{};
     try {
-        AppendTree(builder, node, level);
+        AppendText(builder, "");
+        TreeSink sink{&builder, nullptr};
+        RenderTree(sink, node, level);
         return AdoptRefString(builder.text);
     } catch (...) {
         FreeStringBuilder(builder);
         throw;
     }
+}
+
+void WriteTree(const Node* node, int level, std::FILE* out) {
+    TreeSink sink{nullptr, out};
+    RenderTree(sink, node, level);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 
 #include "api/diagnostics.h"
 #include "api/strings.h"
@@ -26,5 +27,7 @@ Node* MakeTokenNode(Lexer* lexer);
 void AppendChild(Node* parent, Node* child);
 // The subtree as text (never recursing on the host's stack).
 RefString* DumpTree(const Node* node, int level);
+// The same text written to `out` piece by piece as the walk goes, never held whole in memory.
+void WriteTree(const Node* node, int level, std::FILE* out);
 // A copy of a position record sharing its strings.
 SourcePosition* CopyPosition(const SourcePosition* position);

@@ -226,14 +226,12 @@ void AppendRegExpArguments(Lexer* lexer, Node* call, const char* literal) {
 
 // The tree so far on standard output, as a debugging aid before the error below.
 [[noreturn]] void ReportNoOperand(Parser* parser) {
-    RefString* dump = DumpTree(&parser->root, 0);
-    // Written verbatim: a '%' in the dump is an ordinary character.
-    std::fputs(dump->text, stdout);
+    // Streamed, never built whole: its size grows with the square of the tree's depth. Written
+    // verbatim: a '%' in the dump is an ordinary character.
+    WriteTree(&parser->root, 0, stdout);
     std::fputs("\n", stdout);
     std::fputs("\n\n", stdout);
     std::fflush(stdout);
-    ReleaseRefString(dump);
-    std::free(dump);
     ReportError(&parser->lexer->position, "We really expected to get something here...");
 }
 

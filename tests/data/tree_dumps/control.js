@@ -1,0 +1,1 @@
+for (var i = 0; i < 3; i++) { switch (i) { case 1: break; default: continue; } } while (

@@ -1,0 +1,1 @@
+var o = { a: 1, get b() { return 2; }, set b(v) {} }; o.c = ]
