@@ -16,6 +16,12 @@ const char* CompileException::what() const noexcept {
     return message && message->text ? message->text : "";
 }
 
+static DiagnosticLocation lastErrorLocation{};
+
+DiagnosticLocation LastErrorLocation() { return lastErrorLocation; }
+
+void ForgetLastErrorLocation() { lastErrorLocation = DiagnosticLocation{}; }
+
 static void BuildDiagnostic(StringBuilder& builder, uint32_t kind, const SourcePosition* location,
                             const char* format, va_list args) {
     const char* prefix = kind == kDiagnosticWarning ? "Warning : " : "Error : ";
@@ -47,6 +53,8 @@ static void Report(uint32_t kind, const SourcePosition* location, const char* fo
         FreeStringBuilder(builder);
         return;
     }
+    lastErrorLocation = location ? DiagnosticLocation{true, location->line, location->column, location->offset}
+                                 : DiagnosticLocation{};
     CompileException exception(builder.text);
     FreeStringBuilder(builder);
     throw exception;
