@@ -27,11 +27,12 @@ const char kDisasmDescription[] =
     "function records. With --raw, FILE is read as raw little-endian bytecode words instead, and "
     "names print as the library prints names it does not know.";
 
-const char kExitStatus[] =
-    "0      every script compiled (or the container was listed).\n"
-    "1      a script failed to parse or compile, an input could not be read, or the output could "
-    "not be written.\n"
-    "2      usage error: unknown option, bad value, missing input, or an unreadable --builtins file.";
+const char* const kExitStatus[][2] = {
+    {"0", "Every script compiled (or the container was listed)."},
+    {"1", "A script failed to parse or compile, an input could not be read, or the output could not "
+          "be written."},
+    {"2", "Usage error: an unknown option, a bad value, no input, or an unreadable --builtins file."},
+};
 
 const char kExamples[] =
     "veltjs hello.js                      listing and records of one script\n"
@@ -82,7 +83,10 @@ std::string OptionHeading(const CLI::Option* option) {
     for (const std::string& name : option->get_snames()) heading += (heading.empty() ? "-" : ", -") + name;
     for (const std::string& name : option->get_lnames()) heading += (heading.empty() ? "--" : ", --") + name;
     if (option->get_positional()) heading = option->get_name();
-    if (option->get_type_size() != 0 && !option->get_positional()) heading += " " + option->get_type_name();
+    // The type name without the list of allowed values that the parser appends to it.
+    std::string type = option->get_type_name();
+    type = type.substr(0, type.find(':'));
+    if (!type.empty() && !option->get_positional()) heading += " " + type;
     return heading;
 }
 
@@ -120,7 +124,8 @@ public:
                             14);
             }
         }
-        out += "\nEXIT STATUS\n" + Wrap(kExitStatus, 7);
+        out += "\nEXIT STATUS\n";
+        for (const auto& status : kExitStatus) out += "       " + std::string(status[0]) + "\n" + Wrap(status[1], 14);
         out += "\nEXAMPLES\n" + Wrap(sub ? kDisasmExamples : kExamples, 7);
         out += "\nSEE ALSO\n       docs/cli.md\n";
         return out;
@@ -142,8 +147,10 @@ struct Parsed {
 std::unique_ptr<CLI::App> MakeApp(Options& options, Parsed& parsed, const std::string& version) {
     auto app = std::make_unique<CLI::App>(kDescription, "veltjs");
     app->formatter(std::make_shared<ManFormatter>());
+    // "/path/to/a.js" is a file on every platform, never a Windows-style "/option".
+    app->allow_windows_style_options(false);
     app->set_help_flag("-h,--help", "Show this help and exit.");
-    app->set_version_flag("--version", "veltjs " + version, "Print \"veltjs " + version + "\" and exit.");
+    app->set_version_flag("--version", "veltjs " + version, "Print the version, \"veltjs X.Y.Z\", and exit.");
     app->add_option("INPUT", options.inputs, "Script files, - for standard input, directories (every *.js below).")
         ->type_name("INPUT");
     app->add_flag("-p,--check", parsed.check, "Parse and compile; print nothing but diagnostics.");
