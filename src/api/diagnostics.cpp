@@ -18,6 +18,12 @@ const char* CompileException::what() const noexcept {
     return message && message->text ? message->text : "";
 }
 
+static DiagnosticLocation lastErrorLocation{};
+
+DiagnosticLocation LastErrorLocation() { return lastErrorLocation; }
+
+void ForgetLastErrorLocation() { lastErrorLocation = DiagnosticLocation{}; }
+
 static void BuildDiagnostic(StringBuilder& builder, uint32_t kind, const SourcePosition* location,
                             const char* format, va_list args) {
     const char* prefix = kind == kDiagnosticWarning ? "Warning : " : "Error : ";
@@ -54,6 +60,8 @@ static void Report(uint32_t kind, const SourcePosition* location, const char* fo
         FreeStringBuilder(builder);
         return;
     }
+    lastErrorLocation = location ? DiagnosticLocation{true, location->line, location->column, location->offset}
+                                 : DiagnosticLocation{};
     // Out of memory for the exception's copy: the builder goes all the same.
     RefString* message;
     try {

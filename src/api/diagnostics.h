@@ -36,3 +36,15 @@ constexpr uint32_t kDiagnosticError = 0;
 void ReportDiagnostic(uint32_t kind, const SourcePosition* location, const char* format, ...)
     VELTJS_PRINTF(3, 4);
 [[noreturn]] void ReportError(const SourcePosition* location, const char* format, ...) VELTJS_PRINTF(2, 3);
+
+// Where the last error was raised, as the position record said then (line and column as the
+// lexer counts them, offset in characters advanced over). The message text keeps only the
+// line; a host that wants more (the command-line tool's caret) reads it here.
+struct DiagnosticLocation {
+    bool known;       // false when no error has been raised since the last reset, or it had no location
+    int32_t line;
+    int32_t column;
+    int32_t offset;
+};
+DiagnosticLocation LastErrorLocation();
+void ForgetLastErrorLocation();

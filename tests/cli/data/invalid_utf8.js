@@ -1,0 +1,3 @@
+var lone = "half \uD800 pair";
+var wide = "big ÷¿¿¿ end";
+var ok = "cafÃ©";

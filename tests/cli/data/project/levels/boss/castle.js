@@ -1,0 +1,2 @@
+var gates = 3;
+while (gates > 0) { gates--; }

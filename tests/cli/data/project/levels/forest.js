@@ -1,0 +1,2 @@
+var trees = [];
+for (var t = 0; t < 5; t++) { trees[t] = t * 10; }

@@ -1,0 +1,2 @@
+var intro_text = "Welcome";
+show_message(intro_text);

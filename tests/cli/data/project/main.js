@@ -1,0 +1,2 @@
+var level = 1;
+function next_level() { level = level + 1; return level; }

@@ -1,0 +1,6 @@
+var ready = true;
+function start(level) {
+	if (level > 1 {
+		return;
+	}
+}
