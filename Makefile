@@ -1,5 +1,6 @@
-# Two entry points: `make run` (set up, build, compile the example) and `make test` (everything).
-.PHONY: deps run test test-linux test-windows test-asan build-linux build-windows build-asan clean
+# Two entry points: `make run` (set up, build, compile the example) and `make test` (everything);
+# `make package` makes the binary archives for Linux and Windows.
+.PHONY: deps run test test-linux test-windows test-asan build-linux build-windows build-asan package clean
 
 deps:
 	scripts/install-deps.sh
@@ -29,6 +30,10 @@ test-asan: build-asan
 	ctest --preset linux-asan
 
 test: test-linux test-windows test-asan
+
+package: build-linux build-windows
+	cmake --build --preset linux --target package
+	cmake --build --preset windows --target package
 
 clean:
 	rm -rf build

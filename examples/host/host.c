@@ -65,6 +65,23 @@ static const char* NameOf(const CompileUnit* unit, uint32_t id) {
     return unit->names[id];
 }
 
+/* The disassembly of the code: one line per instruction, a text the caller frees. */
+static void PrintListing(const CompileUnit* unit) {
+    printf("code (%" PRId64 " bytes)\n", unit->codeSize);
+    char* listing = VeltJS_Disasm(unit->code, unit->codeSize);
+    if (listing) fputs(listing, stdout);
+    free(listing);
+}
+
+/* One (code offset, source offset) pair per compiled statement. */
+static void PrintPositions(const CompileUnit* unit) {
+    printf("positions (%" PRId64 ")\n", unit->code2Size / 8);
+    for (int64_t i = 0; i < unit->code2Size / 8; i++) {
+        printf("  code 0x%08" PRIx32 "  source %" PRIu32 "\n", unit->code2[2 * i],
+               unit->code2[2 * i + 1]);
+    }
+}
+
 /* Variable and function patches point at the instruction word: the host rewrites the operand
  * word after it. A string patch points at that operand word itself. */
 static void PrintPatches(const CompileUnit* unit, const char* title, PatchRecord** records,
@@ -119,24 +136,6 @@ static void PrintFunctionRecords(const CompileUnit* unit) {
     }
 }
 
-static void PrintUnit(const CompileUnit* unit) {
-    printf("code (%" PRId64 " bytes)\n", unit->codeSize);
-    char* listing = VeltJS_Disasm(unit->code, unit->codeSize);
-    if (listing) fputs(listing, stdout);
-    free(listing);
-
-    printf("positions (%" PRId64 ")\n", unit->code2Size / 8);
-    for (int64_t i = 0; i < unit->code2Size / 8; i++) {
-        printf("  code 0x%08" PRIx32 "  source %" PRIu32 "\n", unit->code2[2 * i],
-               unit->code2[2 * i + 1]);
-    }
-
-    PrintPatches(unit, "variable patches", unit->vars, unit->varCount, 4);
-    PrintPatches(unit, "function patches", unit->funcs, unit->funcCount, 4);
-    PrintPatches(unit, "string patches", unit->strings, unit->stringCount, 0);
-    PrintFunctionRecords(unit);
-}
-
 int main(int argc, char** argv) {
     if (argc < 2 || argc > 3) {
         fputs("usage: host SCRIPT.js [BUILTINS.txt]\n", stderr);
@@ -169,6 +168,11 @@ int main(int argc, char** argv) {
         return 1;
     }
 
-    PrintUnit(unit);
+    PrintListing(unit);
+    PrintPositions(unit);
+    PrintPatches(unit, "variable patches", unit->vars, unit->varCount, 4);
+    PrintPatches(unit, "function patches", unit->funcs, unit->funcCount, 4);
+    PrintPatches(unit, "string patches", unit->strings, unit->stringCount, 0);
+    PrintFunctionRecords(unit);
     return 0;
 }
