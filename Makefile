@@ -1,7 +1,8 @@
 # Two entry points: `make run` (set up, build, compile the example) and `make test` (everything).
 # `make bench` runs the benchmarks; `bench/compare-commits.sh OLD` compares results with an older commit.
 # `make fuzz FUZZ_SECONDS=N` runs each fuzz target for N seconds (new inputs under /tmp).
-.PHONY: bench deps run test test-linux test-windows test-asan test-fuzz test-parity build-linux build-windows build-asan build-fuzz fuzz clean
+# `make package` makes the binary archives for Linux and Windows.
+.PHONY: bench deps run test test-linux test-windows test-asan test-fuzz test-parity build-linux build-windows build-asan build-fuzz fuzz package clean
 
 FUZZ_SECONDS ?= 600
 # The fuzz smoke run of `make test`: each target this long from the committed corpus.
@@ -50,6 +51,10 @@ test-parity: build-linux build-windows
 	tests/parity/compare.sh build/linux build/windows build/parity
 
 test: test-linux test-windows test-asan test-parity test-fuzz
+
+package: build-linux build-windows
+	cmake --build --preset linux --target package
+	cmake --build --preset windows --target package
 
 clean:
 	rm -rf build

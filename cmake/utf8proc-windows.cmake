@@ -1,8 +1,8 @@
 # utf8proc for the Windows build: compiled statically from Debian's source package.
-set(VELTJS_UTF8PROC_SOURCE ${CMAKE_BINARY_DIR}/third_party/utf8proc)
+set(VELTJS_UTF8PROC_SOURCE ${PROJECT_BINARY_DIR}/third_party/utf8proc)
 if(NOT EXISTS ${VELTJS_UTF8PROC_SOURCE}/utf8proc.c)
   execute_process(
-    COMMAND ${CMAKE_SOURCE_DIR}/scripts/fetch-utf8proc-source.sh ${VELTJS_UTF8PROC_SOURCE}
+    COMMAND ${PROJECT_SOURCE_DIR}/scripts/fetch-utf8proc-source.sh ${VELTJS_UTF8PROC_SOURCE}
     RESULT_VARIABLE fetch_result)
   if(NOT fetch_result EQUAL 0)
     message(FATAL_ERROR "could not fetch the utf8proc source package")

@@ -1,0 +1,27 @@
+# Configures and builds a CMake project that uses VeltJS, as a host project would.
+#   -DPROJECT=folder -DWORK=folder -DGENERATOR=name [-DPREFIX=folder] [-DVELTJS_SOURCE=folder]
+#   [-DTOOLCHAIN=file] [-DTARGET=name]
+file(REMOVE_RECURSE ${WORK})
+set(arguments -S ${PROJECT} -B ${WORK} -G ${GENERATOR} "-DCMAKE_C_FLAGS=-Wall -Wextra -Werror")
+if(PREFIX)
+  list(APPEND arguments -DCMAKE_PREFIX_PATH=${PREFIX})
+endif()
+if(VELTJS_SOURCE)
+  list(APPEND arguments -DVELTJS_SOURCE=${VELTJS_SOURCE})
+endif()
+if(TOOLCHAIN)
+  list(APPEND arguments -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN})
+endif()
+execute_process(COMMAND ${CMAKE_COMMAND} ${arguments}
+  RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+if(NOT result EQUAL 0)
+  message(FATAL_ERROR "configuring ${PROJECT} failed:\n${output}")
+endif()
+set(build ${CMAKE_COMMAND} --build ${WORK})
+if(TARGET)
+  list(APPEND build --target ${TARGET})
+endif()
+execute_process(COMMAND ${build} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+if(NOT result EQUAL 0)
+  message(FATAL_ERROR "building ${PROJECT} failed:\n${output}")
+endif()
