@@ -22,11 +22,11 @@
 #include <string>
 #include <vector>
 
-#include "api/crc32.h"
-#include "api/fault_injection.h"
-#include "api/globals.h"
+#include "support/crc32.h"
+#include "support/fault_injection.h"
+#include "state/process_state.h"
 #include "codegen/context.h"
-#include "support/unit_report.h"
+#include "helpers/unit_report.h"
 #include "veltjs.h"
 
 // The library's std containers and `new` expressions allocate through these; while the hook is

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "api/crc32.h"
+#include "support/crc32.h"
 
 TEST(NameHash, EmptyAndNullNamesHashToAllOnes) {
     BuildCrc32Table();

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "api/diagnostics.h"
+#include "support/diagnostics.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "api/globals.h"
+#include "state/process_state.h"
 #include "veltjs.h"
 
 namespace {

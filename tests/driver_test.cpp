@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "codegen/codegen.h"
-#include "support/compile_support.h"
+#include "helpers/compile_support.h"
 
 namespace {
 

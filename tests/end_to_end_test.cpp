@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <string>
 
-#include "support/compile_support.h"
+#include "helpers/compile_support.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <string>
 
-#include "api/globals.h"
+#include "state/process_state.h"
 #include "parser/parser.h"
 #include "veltjs.h"
 

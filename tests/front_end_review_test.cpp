@@ -8,8 +8,8 @@
 #include "lexer/tokens.h"
 #include "parser/node.h"
 #include "parser/parser.h"
-#include "support/compile_support.h"
-#include "support/tree_text.h"
+#include "helpers/compile_support.h"
+#include "helpers/tree_text.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 
 #include <cstdlib>
 
-#include "api/crc32.h"
-#include "api/globals.h"
-#include "api/hash_table.h"
+#include "support/crc32.h"
+#include "state/process_state.h"
+#include "support/hash_table.h"
 #include "veltjs.h"
 
 // "plumless" and "buckeroo" share one CRC-32, hence one name hash.

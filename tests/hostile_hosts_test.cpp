@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "api/crc32.h"
-#include "api/globals.h"
-#include "support/compile_support.h"
-#include "support/unit_report.h"
+#include "support/crc32.h"
+#include "state/process_state.h"
+#include "helpers/compile_support.h"
+#include "helpers/unit_report.h"
 #include "veltjs.h"
 
 namespace {

@@ -2,9 +2,9 @@
 // in its own process: the first interned name has index 3.
 #include <gtest/gtest.h>
 
-#include "api/crc32.h"
-#include "api/globals.h"
-#include "support/compile_support.h"
+#include "support/crc32.h"
+#include "state/process_state.h"
+#include "helpers/compile_support.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "api/crc32.h"
-#include "api/globals.h"
-#include "support/compile_support.h"
+#include "support/crc32.h"
+#include "state/process_state.h"
+#include "helpers/compile_support.h"
 
 namespace {
 

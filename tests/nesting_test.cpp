@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "support/compile_support.h"
+#include "helpers/compile_support.h"
 #include "veltjs.h"
 
 namespace {

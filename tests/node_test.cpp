@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "api/strings.h"
+#include "support/strings.h"
 #include "lexer/source_reader.h"
 #include "lexer/tokens.h"
 #include "parser/node.h"

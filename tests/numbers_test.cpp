@@ -11,7 +11,7 @@
 #include <random>
 #include <string>
 
-#include "api/numbers.h"
+#include "support/numbers.h"
 #include "veltjs.h"
 
 namespace {

@@ -2,7 +2,7 @@
 // forms &&, || and ?:. Each test runs in its own process: the first interned name has index 3.
 #include <gtest/gtest.h>
 
-#include "support/compile_support.h"
+#include "helpers/compile_support.h"
 
 namespace {
 

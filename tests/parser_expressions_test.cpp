@@ -3,7 +3,7 @@
 #include <string>
 
 #include "lexer/tokens.h"
-#include "support/tree_text.h"
+#include "helpers/tree_text.h"
 
 namespace {
 

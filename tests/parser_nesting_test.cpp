@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "support/tree_text.h"
+#include "helpers/tree_text.h"
 
 namespace {
 

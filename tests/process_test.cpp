@@ -5,9 +5,9 @@
 #include <cstring>
 #include <string>
 
-#include "api/globals.h"
+#include "state/process_state.h"
 #include "codegen/codegen.h"
-#include "support/compile_support.h"
+#include "helpers/compile_support.h"
 
 namespace {
 

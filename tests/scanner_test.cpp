@@ -3,10 +3,10 @@
 #include <string>
 #include <vector>
 
-#include "api/diagnostics.h"
-#include "api/strings.h"
+#include "support/diagnostics.h"
+#include "support/strings.h"
 #include "lexer/scanner.h"
-#include "support/lexer_support.h"
+#include "helpers/lexer_support.h"
 
 namespace {
 

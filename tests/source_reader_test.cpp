@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "api/strings.h"
+#include "support/strings.h"
 #include "lexer/source_reader.h"
-#include "support/lexer_support.h"
+#include "helpers/lexer_support.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "support/compile_support.h"
+#include "helpers/compile_support.h"
 
 namespace {
 

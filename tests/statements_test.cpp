@@ -3,10 +3,10 @@
 
 #include <vector>
 
-#include "api/crc32.h"
-#include "api/globals.h"
+#include "support/crc32.h"
+#include "state/process_state.h"
 #include "codegen/codegen.h"
-#include "support/compile_support.h"
+#include "helpers/compile_support.h"
 
 namespace {
 

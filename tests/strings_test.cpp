@@ -3,7 +3,7 @@
 #include <cstring>
 #include <string>
 
-#include "api/strings.h"
+#include "support/strings.h"
 
 TEST(RefString, NewStringStartsWithOneReference) {
     RefString* string = NewRefString("abc");

@@ -4,10 +4,10 @@
 #include <cstring>
 #include <string>
 
-#include "api/diagnostics.h"
-#include "api/strings.h"
+#include "support/diagnostics.h"
+#include "support/strings.h"
 #include "lexer/tokens.h"
-#include "support/lexer_support.h"
+#include "helpers/lexer_support.h"
 
 namespace {
 

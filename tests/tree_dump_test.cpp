@@ -16,10 +16,10 @@
 #include <string>
 #include <thread>
 
-#include "api/strings.h"
+#include "support/strings.h"
 #include "parser/node.h"
 #include "parser/parser.h"
-#include "support/compile_support.h"
+#include "helpers/compile_support.h"
 #include "veltjs.h"
 
 namespace {

@@ -3,11 +3,11 @@
 #include <cstring>
 #include <new>
 
-#include "api/crc32.h"
-#include "api/diagnostics.h"
-#include "api/globals.h"
-#include "api/stack_guard.h"
-#include "api/strings.h"
+#include "support/crc32.h"
+#include "support/diagnostics.h"
+#include "state/process_state.h"
+#include "support/stack_guard.h"
+#include "support/strings.h"
 #include "bytecode/disassembler.h"
 #include "codegen/codegen.h"
 #include "lexer/source_reader.h"
@@ -171,7 +171,7 @@ VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
 VELTJS_API char* VeltJS_Disasm(const uint32_t* code, int64_t length) {
     if (!code) return nullptr;
     try {
-        return Disassemble(code, length);
+        return Disassemble(code, length, NameArray);
     } catch (...) {
         return nullptr;
     }

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <new>
 
-#include "api/strings.h"
+#include "support/strings.h"
 
 VMBuffer::~VMBuffer() {
     std::free(data);

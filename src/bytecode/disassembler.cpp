@@ -3,8 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "api/globals.h"
-#include "api/numbers.h"
+#include "support/numbers.h"
 #include "bytecode/code_buffer.h"
 #include "bytecode/instruction.h"
 
@@ -72,13 +71,13 @@ void PadTo(StringBuilder& out, int32_t& column, int32_t target) {
     }
 }
 
-const char* NameAt(int64_t index) {
-    return static_cast<const char*>(NameArray.data[index]);
+const char* NameAt(const PtrArray& names, int64_t index) {
+    return static_cast<const char*>(names.data[index]);
 }
 
-void AppendVariable(StringBuilder& out, uint32_t operand) {
+void AppendVariable(StringBuilder& out, const PtrArray& names, uint32_t operand) {
     uint32_t index = operand & 0x0FFFFFFFu;
-    const char* name = index < static_cast<uint32_t>(NameArray.count) ? NameAt(index) : "<unknown>";
+    const char* name = index < static_cast<uint32_t>(names.count) ? NameAt(names, index) : "<unknown>";
     AppendFormat(out, "$%s$", name);
 }
 
@@ -88,7 +87,8 @@ void AppendDouble(StringBuilder& out, double value) {
     AppendText(out, text);
 }
 
-void AppendOperand(StringBuilder& out, const uint32_t* code, int32_t position, uint32_t opcode, uint32_t type) {
+void AppendOperand(StringBuilder& out, const PtrArray& names, const uint32_t* code, int32_t position, uint32_t opcode,
+                   uint32_t type) {
     int64_t at = static_cast<int64_t>(position) + 4;
     switch (type) {
         case TYPE_DOUBLE: {
@@ -108,7 +108,7 @@ void AppendOperand(StringBuilder& out, const uint32_t* code, int32_t position, u
         case TYPE_INT: {
             int32_t value = static_cast<int32_t>(Load32(code, at));
             if (opcode == OP_CALL && value < 100000) {
-                const char* name = value >= 0 && value < NameArray.count ? NameAt(value) : "<unknown>";
+                const char* name = value >= 0 && value < names.count ? NameAt(names, value) : "<unknown>";
                 AppendFormat(out, "%s", name);
             } else {
                 AppendFormat(out, "%d", value);
@@ -122,16 +122,16 @@ void AppendOperand(StringBuilder& out, const uint32_t* code, int32_t position, u
             uint32_t value = Load32(code, at);
             AppendText(out, value == 1 ? "true" : "false");
             // The boolean also prints as a variable reference; listings have always read so.
-            AppendVariable(out, value);
+            AppendVariable(out, names, value);
             break;
         }
         case TYPE_VARIABLE:
-            AppendVariable(out, Load32(code, at));
+            AppendVariable(out, names, Load32(code, at));
             break;
         case TYPE_STRING: {
             int32_t value = static_cast<int32_t>(Load32(code, at));
             // An index equal to the count is accepted: that slot is kept addressable and null.
-            const char* name = value >= 0 && value <= NameArray.count ? NameAt(value) : nullptr;
+            const char* name = value >= 0 && value <= names.count ? NameAt(names, value) : nullptr;
             AppendFormat(out, "\"%s\"", name);
             break;
         }
@@ -145,7 +145,7 @@ void AppendOperand(StringBuilder& out, const uint32_t* code, int32_t position, u
 
 }  // namespace
 
-int32_t DisassembleOne(const uint32_t* code, int32_t position, StringBuilder& out) {
+int32_t DisassembleOne(const uint32_t* code, int32_t position, const PtrArray& names, StringBuilder& out) {
     uint32_t word = Load32(code, position);
     uint32_t opcode = word >> 24;
     uint32_t firstType = (word >> 16) & 15u;
@@ -171,7 +171,7 @@ int32_t DisassembleOne(const uint32_t* code, int32_t position, StringBuilder& ou
     PadTo(out, column, 46);
 
     if (HasOperand(opcode)) {
-        AppendOperand(out, code, position, opcode, firstType);
+        AppendOperand(out, names, code, position, opcode, firstType);
     } else if (opcode & 0x20u) {
         int32_t offset = static_cast<int32_t>((word & 0x7FFFFFu) << 9) >> 9;
         uint32_t target = static_cast<uint32_t>(position) + static_cast<uint32_t>(offset) * 4u;
@@ -181,13 +181,13 @@ int32_t DisassembleOne(const uint32_t* code, int32_t position, StringBuilder& ou
     return next;
 }
 
-char* Disassemble(const uint32_t* code, int64_t length) {
+char* Disassemble(const uint32_t* code, int64_t length, const PtrArray& names) {
     if (length < 1) return nullptr;
     StringBuilder out{};
     char* text;
     try {
         int64_t position = 0;
-        while (position < length) position = DisassembleOne(code, static_cast<int32_t>(position), out);
+        while (position < length) position = DisassembleOne(code, static_cast<int32_t>(position), names, out);
         text = out.text ? CheckedStrdup(out.text) : nullptr;
     } catch (...) {
         FreeStringBuilder(out);

@@ -8,10 +8,10 @@
 #include <string>
 #include <unordered_map>
 
-#include "api/crc32.h"
-#include "api/diagnostics.h"
-#include "api/globals.h"
-#include "api/strings.h"
+#include "support/crc32.h"
+#include "support/diagnostics.h"
+#include "state/process_state.h"
+#include "support/strings.h"
 #include "parser/node.h"
 
 namespace {

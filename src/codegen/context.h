@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "api/globals.h"
-#include "api/hash_table.h"
-#include "api/strings.h"
+#include "state/process_state.h"
+#include "support/hash_table.h"
+#include "support/strings.h"
 #include "bytecode/code_buffer.h"
 #include "bytecode/instruction.h"
 #include "veltjs.h"

@@ -1,7 +1,7 @@
 // The compile driver: hoists declarations on the tree, then compiles the top-level statements.
 #include <vector>
 
-#include "api/strings.h"
+#include "support/strings.h"
 #include "codegen/codegen.h"
 
 namespace {

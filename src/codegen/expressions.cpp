@@ -3,9 +3,9 @@
 #include <cstring>
 #include <string>
 
-#include "api/numbers.h"
-#include "api/stack_guard.h"
-#include "api/strings.h"
+#include "support/numbers.h"
+#include "support/stack_guard.h"
+#include "support/strings.h"
 #include "codegen/codegen.h"
 
 namespace {

@@ -1,8 +1,8 @@
 // Functions compiled inline, calls through function values, and `new`.
 #include <cstdlib>
 
-#include "api/globals.h"
-#include "api/strings.h"
+#include "state/process_state.h"
+#include "support/strings.h"
 #include "codegen/codegen.h"
 
 namespace {

@@ -2,9 +2,9 @@
 // assignment.
 #include <cstring>
 
-#include "api/crc32.h"
-#include "api/globals.h"
-#include "api/stack_guard.h"
+#include "support/crc32.h"
+#include "state/process_state.h"
+#include "support/stack_guard.h"
 #include "codegen/codegen.h"
 
 namespace {

@@ -1,10 +1,10 @@
 // Object and array literals, built by calls of the runner's @@NewObject@@, @@NewProperty@@ and
 // @@NewArray@@.
 
-#include "api/crc32.h"
-#include "api/hash_table.h"
-#include "api/stack_guard.h"
-#include "api/strings.h"
+#include "support/crc32.h"
+#include "support/hash_table.h"
+#include "support/stack_guard.h"
+#include "support/strings.h"
 #include "codegen/codegen.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // Arithmetic, bitwise, comparison, compound-assignment and value-selecting operators.
 
-#include "api/stack_guard.h"
+#include "support/stack_guard.h"
 #include "codegen/codegen.h"
 
 namespace {

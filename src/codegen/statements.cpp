@@ -2,9 +2,9 @@
 #include <cstdlib>
 #include <vector>
 
-#include "api/crc32.h"
-#include "api/diagnostics.h"
-#include "api/stack_guard.h"
+#include "support/crc32.h"
+#include "support/diagnostics.h"
+#include "support/stack_guard.h"
 #include "codegen/codegen.h"
 
 namespace {

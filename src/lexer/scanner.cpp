@@ -1,8 +1,8 @@
 #include "lexer/scanner.h"
 
 
-#include "api/diagnostics.h"
-#include "api/strings.h"
+#include "support/diagnostics.h"
+#include "support/strings.h"
 #include "lexer/tokens.h"
 
 namespace {

@@ -4,7 +4,7 @@
 
 #include <utf8proc.h>
 
-#include "api/strings.h"
+#include "support/strings.h"
 #include "lexer/scanner.h"
 #include "lexer/tokens.h"
 

@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "api/diagnostics.h"
-#include "api/strings.h"
+#include "support/diagnostics.h"
+#include "support/strings.h"
 
 struct Lexer {
     SourcePosition position;        // the current position

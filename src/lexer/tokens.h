@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "api/strings.h"
+#include "support/strings.h"
 
 struct Lexer;
 

@@ -2,8 +2,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "api/stack_guard.h"
-#include "api/strings.h"
+#include "support/stack_guard.h"
+#include "support/strings.h"
 #include "lexer/scanner.h"
 #include "lexer/tokens.h"
 #include "parser/parser.h"

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "api/strings.h"
+#include "support/strings.h"
 #include "lexer/source_reader.h"
 #include "lexer/tokens.h"
 

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "api/stack_guard.h"
+#include "support/stack_guard.h"
 #include "lexer/scanner.h"
 #include "lexer/tokens.h"
 #include "parser/parser.h"

@@ -1,7 +1,7 @@
 // The statement parser: one statement per call, appended to the given parent.
-#include "api/diagnostics.h"
-#include "api/stack_guard.h"
-#include "api/strings.h"
+#include "support/diagnostics.h"
+#include "support/stack_guard.h"
+#include "support/strings.h"
 #include "lexer/scanner.h"
 #include "lexer/tokens.h"
 #include "parser/parser.h"

@@ -11,7 +11,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "api/diagnostics.h"
+#include "support/diagnostics.h"
 #include "capture.h"
 #include "command_line.h"
 #include "container.h"

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "bytecode/instruction.h"
-#include "support/compile_support.h"
+#include "helpers/compile_support.h"
 #include "veltjs.h"
 
 namespace {

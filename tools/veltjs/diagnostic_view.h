@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "api/diagnostics.h"
+#include "support/diagnostics.h"
 
 struct ErrorReport {
     std::string file;

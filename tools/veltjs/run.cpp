@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "api/diagnostics.h"
+#include "support/diagnostics.h"
 #include "capture.h"
 #include "container.h"
 #include "inputs.h"

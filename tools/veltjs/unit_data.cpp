@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "api/globals.h"
+#include "state/process_state.h"
 #include "bytecode/instruction.h"
 
 namespace {

@@ -1,9 +1,9 @@
-#include "support/lexer_support.h"
+#include "helpers/lexer_support.h"
 
 #include <gtest/gtest.h>
 
-#include "api/diagnostics.h"
-#include "api/strings.h"
+#include "support/diagnostics.h"
+#include "support/strings.h"
 
 namespace {
 

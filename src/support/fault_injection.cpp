@@ -1,4 +1,4 @@
-#include "api/fault_injection.h"
+#include "support/fault_injection.h"
 
 #if defined(VELTJS_FAULT_INJECTION)
 

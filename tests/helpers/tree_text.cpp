@@ -1,4 +1,4 @@
-#include "support/tree_text.h"
+#include "helpers/tree_text.h"
 
 #include <utility>
 #include <vector>

@@ -1,6 +1,6 @@
 // Number conversions done with exact integer arithmetic, so that neither the host's locale nor
 // the platform's C runtime can change a parsed literal or a listed double.
-#include "api/numbers.h"
+#include "support/numbers.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "support/unit_report.h"
+#include "helpers/unit_report.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -6,7 +6,7 @@
 #include <sstream>
 #include <unordered_map>
 
-#include "api/globals.h"
+#include "state/process_state.h"
 #include "codegen/context.h"
 
 namespace {

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "api/diagnostics.h"
+#include "support/diagnostics.h"
 
 // Fixed recursion limits, counted in guarded routines active at once: the parser's statement,
 // assignment, member-call and primary routines, and the code generator's statement and

@@ -1,4 +1,4 @@
-#include "api/stack_guard.h"
+#include "support/stack_guard.h"
 
 #include <cstdint>
 

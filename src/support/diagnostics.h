@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <exception>
 
-#include "api/strings.h"
+#include "support/strings.h"
 
 // Where a token or node came from. The two handles share the lexer's strings.
 struct SourcePosition {

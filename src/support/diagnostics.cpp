@@ -1,4 +1,4 @@
-#include "api/diagnostics.h"
+#include "support/diagnostics.h"
 
 #include <cstdarg>
 #include <cstdio>

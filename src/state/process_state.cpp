@@ -1,10 +1,10 @@
-#include "api/globals.h"
+#include "state/process_state.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
-#include "api/crc32.h"
+#include "support/crc32.h"
 
 HashTable BuiltInFunctionTable;
 PtrArray NameArray;

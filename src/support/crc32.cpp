@@ -1,4 +1,4 @@
-#include "api/crc32.h"
+#include "support/crc32.h"
 
 // Zero until VeltJS_Init builds it; hashing before that uses the zero table.
 uint32_t Crc32Table[256];

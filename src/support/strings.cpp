@@ -1,11 +1,11 @@
-#include "api/strings.h"
+#include "support/strings.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
-#include "api/fault_injection.h"
+#include "support/fault_injection.h"
 
 void* TryMalloc(size_t size) noexcept {
     if (AllocationShouldFail()) return nullptr;

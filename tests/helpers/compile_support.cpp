@@ -1,4 +1,4 @@
-#include "support/compile_support.h"
+#include "helpers/compile_support.h"
 
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -11,10 +11,10 @@
 #include <fstream>
 #include <sstream>
 
-#include "api/diagnostics.h"
-#include "api/globals.h"
-#include "api/stack_guard.h"
-#include "api/strings.h"
+#include "support/diagnostics.h"
+#include "state/process_state.h"
+#include "support/stack_guard.h"
+#include "support/strings.h"
 #include "parser/node.h"
 #include "parser/parser.h"
 

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "api/hash_table.h"
-#include "api/strings.h"
+#include "support/hash_table.h"
+#include "support/strings.h"
 
 extern HashTable BuiltInFunctionTable;   // RefString payloads keyed by NameHash
 extern PtrArray NameArray;               // entry i is the text of name id i

@@ -1,9 +1,9 @@
-#include "api/hash_table.h"
+#include "support/hash_table.h"
 
 #include <cstdlib>
 
-#include "api/crc32.h"
-#include "api/strings.h"
+#include "support/crc32.h"
+#include "support/strings.h"
 
 void InitHashTable(HashTable& table, int32_t bucketCount) {
     table.buckets = static_cast<HashBucket*>(CheckedCalloc(static_cast<size_t>(bucketCount), sizeof(HashBucket)));
