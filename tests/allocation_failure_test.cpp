@@ -22,11 +22,10 @@
 #include <string>
 #include <vector>
 
-#include "support/crc32.h"
-#include "support/fault_injection.h"
-#include "state/process_state.h"
 #include "codegen/context.h"
 #include "helpers/unit_report.h"
+#include "state/process_state.h"
+#include "support/fault_injection.h"
 #include "veltjs.h"
 
 // The library's std containers and `new` expressions allocate through these; while the hook is

@@ -4,8 +4,8 @@
 // "prototype", "@@array@@" and "arguments").
 #include <gtest/gtest.h>
 
-#include "state/process_state.h"
 #include "helpers/compile_support.h"
+#include "state/process_state.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "support/crc32.h"
+#include "state/process_state.h"
 
 TEST(NameHash, EmptyAndNullNamesHashToAllOnes) {
     BuildCrc32Table();

@@ -3,8 +3,8 @@
 #include <cstring>
 #include <string>
 
-#include "state/process_state.h"
 #include "parser/parser.h"
+#include "state/process_state.h"
 #include "veltjs.h"
 
 namespace {

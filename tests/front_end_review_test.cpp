@@ -5,11 +5,11 @@
 
 #include <string>
 
+#include "helpers/compile_support.h"
+#include "helpers/tree_text.h"
 #include "lexer/tokens.h"
 #include "parser/node.h"
 #include "parser/parser.h"
-#include "helpers/compile_support.h"
-#include "helpers/tree_text.h"
 
 namespace {
 

@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 
-#include "support/crc32.h"
 #include "state/process_state.h"
 #include "support/hash_table.h"
 #include "veltjs.h"

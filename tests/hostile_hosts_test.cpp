@@ -9,10 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "support/crc32.h"
-#include "state/process_state.h"
 #include "helpers/compile_support.h"
 #include "helpers/unit_report.h"
+#include "state/process_state.h"
 #include "veltjs.h"
 
 namespace {

@@ -2,9 +2,8 @@
 // in its own process: the first interned name has index 3.
 #include <gtest/gtest.h>
 
-#include "support/crc32.h"
-#include "state/process_state.h"
 #include "helpers/compile_support.h"
+#include "state/process_state.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <sstream>
 #include <string>
 
-#include "state/process_state.h"
 #include "helpers/unit_report.h"
+#include "state/process_state.h"
 #include "veltjs.h"
 
 namespace {

@@ -4,9 +4,8 @@
 
 #include <string>
 
-#include "support/crc32.h"
-#include "state/process_state.h"
 #include "helpers/compile_support.h"
+#include "state/process_state.h"
 
 namespace {
 

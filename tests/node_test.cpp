@@ -3,10 +3,10 @@
 
 #include <string>
 
-#include "support/strings.h"
 #include "lexer/source_reader.h"
 #include "lexer/tokens.h"
 #include "parser/node.h"
+#include "support/strings.h"
 #include "veltjs.h"
 
 namespace {

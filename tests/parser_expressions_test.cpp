@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "lexer/tokens.h"
 #include "helpers/tree_text.h"
+#include "lexer/tokens.h"
 
 namespace {
 

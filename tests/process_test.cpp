@@ -5,9 +5,9 @@
 #include <cstring>
 #include <string>
 
-#include "state/process_state.h"
 #include "codegen/codegen.h"
 #include "helpers/compile_support.h"
+#include "state/process_state.h"
 
 namespace {
 

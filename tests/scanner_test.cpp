@@ -3,10 +3,10 @@
 #include <string>
 #include <vector>
 
+#include "helpers/lexer_support.h"
+#include "lexer/scanner.h"
 #include "support/diagnostics.h"
 #include "support/strings.h"
-#include "lexer/scanner.h"
-#include "helpers/lexer_support.h"
 
 namespace {
 

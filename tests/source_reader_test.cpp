@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "support/strings.h"
-#include "lexer/source_reader.h"
 #include "helpers/lexer_support.h"
+#include "lexer/source_reader.h"
+#include "support/strings.h"
 
 namespace {
 

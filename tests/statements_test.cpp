@@ -3,10 +3,9 @@
 
 #include <vector>
 
-#include "support/crc32.h"
-#include "state/process_state.h"
 #include "codegen/codegen.h"
 #include "helpers/compile_support.h"
+#include "state/process_state.h"
 
 namespace {
 

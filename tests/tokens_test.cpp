@@ -4,10 +4,10 @@
 #include <cstring>
 #include <string>
 
+#include "helpers/lexer_support.h"
+#include "lexer/tokens.h"
 #include "support/diagnostics.h"
 #include "support/strings.h"
-#include "lexer/tokens.h"
-#include "helpers/lexer_support.h"
 
 namespace {
 

@@ -16,10 +16,10 @@
 #include <string>
 #include <thread>
 
-#include "support/strings.h"
+#include "helpers/compile_support.h"
 #include "parser/node.h"
 #include "parser/parser.h"
-#include "helpers/compile_support.h"
+#include "support/strings.h"
 #include "veltjs.h"
 
 namespace {

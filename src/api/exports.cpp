@@ -3,15 +3,13 @@
 #include <cstring>
 #include <new>
 
-#include "support/crc32.h"
-#include "support/diagnostics.h"
-#include "state/process_state.h"
-#include "support/stack_guard.h"
-#include "support/strings.h"
 #include "bytecode/disassembler.h"
 #include "codegen/codegen.h"
 #include "lexer/source_reader.h"
 #include "parser/parser.h"
+#include "state/process_state.h"
+#include "support/diagnostics.h"
+#include "support/strings.h"
 #include "veltjs.h"
 
 namespace {
@@ -96,7 +94,6 @@ VELTJS_API void VeltJS_Quit(void) {}
 VELTJS_API CompileUnit* VeltJS_Parse(const char* source, const char* fileName, const char* scriptName) {
     CompileUnit* unit = NewCompileUnit();
     if (!unit) return nullptr;
-    BeginStackGuard();
     RefString* sourceText = nullptr;
     RefString* fileText = nullptr;
     try {
@@ -108,6 +105,7 @@ VELTJS_API CompileUnit* VeltJS_Parse(const char* source, const char* fileName, c
         while (lexer->tokenKind != LEX_EOF) ParseStatement(parser, &parser->root);
         unit->parser = parser;
     } catch (const CompileException& exception) {
+        State().lastError = exception.location;
         if (!RecordCompileException(unit, exception)) RecordUnknownError(unit);
     } catch (...) {
         RecordUnknownError(unit);
@@ -124,14 +122,13 @@ VELTJS_API CompileUnit* VeltJS_Parse(const char* source, const char* fileName, c
 VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
     if (!unit) return unit;
     unit->status = 0;
-    BeginStackGuard();
     CodeGenContext cx{};
     int32_t functionsBefore = GlobalFuncList.count;
     int32_t varsBefore = GlobalVarList.count;
     int32_t stringsBefore = GlobalStringList.count;
     int32_t recordsBefore = GlobalFunctionRecords.count;
-    CompileMark mark;
-    BeginCompileMark(mark);
+    StateMark mark;
+    BeginStateMark(mark);
     bool failedForMemory = false;
     try {
         BeginCompile(cx, unit->scriptName, topLevel);
@@ -153,6 +150,7 @@ VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
         unit->fourth = AddedSince<FunctionRecord>(GlobalFunctionRecords, recordsBefore, &unit->fourthCount);
         CleanUpContext(cx, true);
     } catch (const CompileException& exception) {
+        State().lastError = exception.location;
         CleanUpContext(cx, false);
         failedForMemory = !RecordCompileException(unit, exception);
     } catch (...) {
@@ -160,10 +158,10 @@ VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
         failedForMemory = true;
     }
     if (failedForMemory) {
-        RollBackCompile(mark);
+        RollBackState(mark);
         RecordUnknownError(unit);
     }
-    EndCompileMark(mark);
+    EndStateMark(mark);
     return unit;
 }
 
@@ -188,15 +186,9 @@ VELTJS_API void VeltJS_AddName(const char* name, int32_t index) {
 // The name and its table entry are made before the table changes; without memory for them the
 // table stays as it was.
 VELTJS_API void VeltJS_AddBuiltInFunction(const char* name) {
-    RefString* text = nullptr;
     try {
-        text = NewRefString(name);
-        HashInsert(BuiltInFunctionTable, text->text, text);
+        AddBuiltInFunction(name);
     } catch (...) {
-        if (text) {
-            ReleaseRefString(text);
-            std::free(text);
-        }
     }
 }
 

@@ -3,9 +3,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "support/numbers.h"
 #include "bytecode/code_buffer.h"
 #include "bytecode/instruction.h"
+#include "support/numbers.h"
 
 const char* OpcodeMnemonic(uint32_t opcode) {
     switch (opcode) {

@@ -5,14 +5,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string>
-#include <unordered_map>
 
-#include "support/crc32.h"
-#include "support/diagnostics.h"
-#include "state/process_state.h"
-#include "support/strings.h"
 #include "parser/node.h"
+#include "state/process_state.h"
+#include "support/diagnostics.h"
+#include "support/strings.h"
 
 namespace {
 
@@ -155,20 +152,7 @@ void FreeTargets(List& targets, const List& other) {
     }
 }
 
-CompileMark* activeCompileMark = nullptr;
-
-// Qualified name text -> position in GlobalFunctionRecords, in step with the list. Made at load
-// (an empty map allocates nothing), so that using it never fails on a path that must not throw.
-std::unordered_map<std::string, int32_t> functionPositions;
-
-std::unordered_map<std::string, int32_t>& FunctionPositions() { return functionPositions; }
-
 }  // namespace
-
-CodeGenGlobals& CodeGenState() {
-    static CodeGenGlobals state{};
-    return state;
-}
 
 // ---------------------------------------------------------------------------------------------
 // Lists and labels.
@@ -483,67 +467,10 @@ void FillScopeRecord(CodeGenContext& cx, ScopeRecord* scope) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Function records by qualified name.
-
-// The first record whose qualified name, read through the name table, is this text.
-static int32_t ScanFunctionRecords(const char* qualifiedName) {
-    for (int32_t position = 0; position < GlobalFunctionRecords.count; position++) {
-        const FunctionRecord* record = static_cast<const FunctionRecord*>(GlobalFunctionRecords.data[position]);
-        if (!record || record->nameIndex >= static_cast<uint32_t>(NameArray.count)) continue;
-        const char* text = static_cast<const char*>(NameArray.data[record->nameIndex]);
-        if (text && std::strcmp(text, qualifiedName) == 0) return position;
-    }
-    return -1;
-}
-
-int32_t FindFunctionRecord(const char* qualifiedName) {
-    if (!qualifiedName) return -1;
-    // Once a host has renamed an entry, names no longer match the index: read them as stored.
-    if (NameOverwrites() != 0) return ScanFunctionRecords(qualifiedName);
-    auto& positions = FunctionPositions();
-    auto found = positions.find(qualifiedName);
-    return found == positions.end() ? -1 : found->second;
-}
-
-bool FunctionRecordIndexAgrees() {
-    for (const auto& entry : FunctionPositions()) {
-        if (entry.second < 0 || entry.second >= GlobalFunctionRecords.count) return false;
-        if (NameOverwrites() != 0) continue;
-        const FunctionRecord* record = static_cast<const FunctionRecord*>(GlobalFunctionRecords.data[entry.second]);
-        if (!record || record->nameIndex >= static_cast<uint32_t>(NameArray.count)) return false;
-        const char* text = static_cast<const char*>(NameArray.data[record->nameIndex]);
-        if (!text || entry.first != text) return false;
-    }
-    return true;
-}
-
-void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionRecord* record) {
-    if (position >= 0 && position < GlobalFunctionRecords.count) {
-        // Journaled first, so that a compile that fails for memory can put the old one back.
-        if (activeCompileMark) activeCompileMark->replaced.push_back({position, GlobalFunctionRecords.data[position]});
-        GlobalFunctionRecords.data[position] = record;
-        return;
-    }
-    auto& positions = FunctionPositions();
-    if (!qualifiedName) {
-        PushPtr(GlobalFunctionRecords, record);
-        return;
-    }
-    // The index entry is made first and taken out again when the push fails, so the two always
-    // agree.
-    auto inserted = positions.emplace(qualifiedName, GlobalFunctionRecords.count);
-    try {
-        PushPtr(GlobalFunctionRecords, record);
-    } catch (...) {
-        if (inserted.second) positions.erase(inserted.first);
-        throw;
-    }
-}
-
-// ---------------------------------------------------------------------------------------------
 // One compile.
 
 void BeginCompile(CodeGenContext& cx, const char* scriptName, uint8_t topLevel) {
+    BeginStackGuard(cx.guard);
     cx.scriptName = CheckedStrdup(scriptName ? scriptName : "");
     cx.topLevel = topLevel ? 1 : 0;
     cx.code = CreateWriteBuffer();
@@ -605,40 +532,4 @@ void CleanUpContext(CodeGenContext& cx, bool) {
     cx.code = cx.code2 = nullptr;
     std::free(cx.scriptName);
     cx.scriptName = nullptr;
-}
-
-// ---------------------------------------------------------------------------------------------
-// Taking back a compile that failed for memory.
-
-void BeginCompileMark(CompileMark& mark) {
-    BeginTableMark(mark.tables);
-    mark.state = CodeGenState();
-    if (mark.state.root) mark.root = *mark.state.root;
-    mark.replaced.clear();
-    activeCompileMark = &mark;
-}
-
-void RollBackCompile(CompileMark& mark) {
-    for (auto entry = mark.replaced.rbegin(); entry != mark.replaced.rend(); ++entry) {
-        GlobalFunctionRecords.data[entry->position] = entry->previous;
-    }
-    mark.replaced.clear();
-    RollBackTables(mark.tables);
-    auto& positions = FunctionPositions();
-    for (auto entry = positions.begin(); entry != positions.end();) {
-        if (entry->second >= mark.tables.records.count) {
-            entry = positions.erase(entry);
-        } else {
-            ++entry;
-        }
-    }
-    CodeGenGlobals& state = CodeGenState();
-    // A root record made by this compile is dropped: the next compile makes a fresh one.
-    if (mark.state.root) *mark.state.root = mark.root;
-    state = mark.state;
-}
-
-void EndCompileMark(CompileMark& mark) {
-    EndTableMark(mark.tables);
-    if (activeCompileMark == &mark) activeCompileMark = nullptr;
 }

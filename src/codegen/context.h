@@ -4,11 +4,12 @@
 #include <cstdint>
 #include <vector>
 
-#include "state/process_state.h"
-#include "support/hash_table.h"
-#include "support/strings.h"
 #include "bytecode/code_buffer.h"
 #include "bytecode/instruction.h"
+#include "state/process_state.h"
+#include "support/hash_table.h"
+#include "support/stack_guard.h"
+#include "support/strings.h"
 #include "veltjs.h"
 
 struct Node;
@@ -79,39 +80,8 @@ struct CodeGenContext {
     HashTable labelTable;
     HashTable slotTable;
     const Node* statement;   // the innermost statement being compiled, where branch errors point
+    StackGuard guard;        // the recursion of this compile
 };
-
-// Process-wide state of the code generator, made on the first compile.
-struct CodeGenGlobals {
-    FunctionRecord* root;
-    uint32_t slotCounter;
-    int32_t anonymousCounter;   // "__%s_%d__anonfn%d"
-    int32_t accessorCounter;    // "__getfn%d" / "__setfn%d"
-};
-CodeGenGlobals& CodeGenState();
-
-// A function record that a compile replaced in place in the process-wide list.
-struct ReplacedRecord {
-    int32_t position;
-    void* previous;
-};
-
-// What a compile changes in process-wide state, recorded so that a compile that fails for memory
-// can be taken back whole: the arrays, the counters and the root record, and the function
-// records replaced in place (journaled as they are replaced).
-struct CompileMark {
-    TableMark tables;
-    CodeGenGlobals state;
-    FunctionRecord root;
-    std::vector<ReplacedRecord> replaced;
-};
-
-// Records the state and makes the mark the active one. Never allocates.
-void BeginCompileMark(CompileMark& mark);
-// Puts everything back as it was at the mark: names, lists, the function-record index,
-// counters, the root record. Never allocates.
-void RollBackCompile(CompileMark& mark);
-void EndCompileMark(CompileMark& mark);
 
 // Type stack: pushes grow the stack; a pop of an empty stack yields 15 (.e).
 void PushType(CodeGenContext& cx, uint32_t type);
@@ -150,13 +120,6 @@ void EndCompile(CodeGenContext& cx, VMBuffer** code, VMBuffer** code2);
 // Frees the context's tables, targets and scopes; the type stack too when `success`. Never
 // allocates, so it cannot fail on the failure path.
 void CleanUpContext(CodeGenContext& cx, bool success);
-
-// Positions in the process-wide function-record list by qualified name (-1 when absent).
-int32_t FindFunctionRecord(const char* qualifiedName);
-void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionRecord* record);
-// True when every entry of the index by qualified name points below the list's count, at a record
-// of that name (read through the name table while no host has renamed an entry).
-bool FunctionRecordIndexAgrees();
 
 // Labels and branches: forward branches are written with offset 0 and patched when placed.
 // A branch whose word offset does not fit the signed 23-bit field (2^22 words or more either

@@ -1,8 +1,8 @@
 // The compile driver: hoists declarations on the tree, then compiles the top-level statements.
 #include <vector>
 
-#include "support/strings.h"
 #include "codegen/codegen.h"
+#include "support/strings.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 #include <cstring>
 #include <string>
 
+#include "codegen/codegen.h"
 #include "support/numbers.h"
 #include "support/stack_guard.h"
 #include "support/strings.h"
-#include "codegen/codegen.h"
 
 namespace {
 
@@ -245,7 +245,7 @@ void EmitPushUndefined(CodeGenContext& cx) {
 }
 
 void CompileExpression(CodeGenContext& cx, Node* node, bool withScope, int32_t* mode) {
-    NestingLevel nesting(node->position, kMaxCompileNesting);
+    NestingLevel nesting(cx.guard, node->position, kMaxCompileNesting);
     int32_t localMode = VarUnknown;
     if (!mode) mode = &localMode;
     if (withScope && TakesGlobalScope(node)) EmitGlobalScope(cx);

@@ -1,9 +1,9 @@
 // Functions compiled inline, calls through function values, and `new`.
 #include <cstdlib>
 
+#include "codegen/codegen.h"
 #include "state/process_state.h"
 #include "support/strings.h"
-#include "codegen/codegen.h"
 
 namespace {
 

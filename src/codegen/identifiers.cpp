@@ -2,10 +2,9 @@
 // assignment.
 #include <cstring>
 
-#include "support/crc32.h"
+#include "codegen/codegen.h"
 #include "state/process_state.h"
 #include "support/stack_guard.h"
-#include "codegen/codegen.h"
 
 namespace {
 

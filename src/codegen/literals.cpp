@@ -1,11 +1,11 @@
 // Object and array literals, built by calls of the runner's @@NewObject@@, @@NewProperty@@ and
 // @@NewArray@@.
 
-#include "support/crc32.h"
+#include "codegen/codegen.h"
+#include "state/process_state.h"
 #include "support/hash_table.h"
 #include "support/stack_guard.h"
 #include "support/strings.h"
-#include "codegen/codegen.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Arithmetic, bitwise, comparison, compound-assignment and value-selecting operators.
 
-#include "support/stack_guard.h"
 #include "codegen/codegen.h"
+#include "support/stack_guard.h"
 
 namespace {
 

@@ -2,10 +2,10 @@
 #include <cstdlib>
 #include <vector>
 
-#include "support/crc32.h"
+#include "codegen/codegen.h"
+#include "state/process_state.h"
 #include "support/diagnostics.h"
 #include "support/stack_guard.h"
-#include "codegen/codegen.h"
 
 namespace {
 
@@ -425,7 +425,7 @@ void RecordPosition(CodeGenContext& cx, const Node* node) {
 }  // namespace
 
 void CompileStatement(CodeGenContext& cx, Node* node, int flag) {
-    NestingLevel nesting(node->position, kMaxCompileNesting);
+    NestingLevel nesting(cx.guard, node->position, kMaxCompileNesting);
     CurrentStatement current(cx, node);
     RecordPosition(cx, node);
     switch (node->kind) {

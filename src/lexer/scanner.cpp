@@ -1,9 +1,9 @@
 #include "lexer/scanner.h"
 
 
+#include "lexer/tokens.h"
 #include "support/diagnostics.h"
 #include "support/strings.h"
-#include "lexer/tokens.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 
 #include <utf8proc.h>
 
-#include "support/strings.h"
 #include "lexer/scanner.h"
 #include "lexer/tokens.h"
+#include "support/strings.h"
 
 namespace {
 

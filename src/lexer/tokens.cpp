@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "api/diagnostics.h"
+#include "support/diagnostics.h"
 #include "lexer/scanner.h"
 #include "lexer/source_reader.h"
 

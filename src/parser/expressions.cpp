@@ -2,11 +2,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "support/stack_guard.h"
-#include "support/strings.h"
 #include "lexer/scanner.h"
 #include "lexer/tokens.h"
 #include "parser/parser.h"
+#include "support/stack_guard.h"
+#include "support/strings.h"
 
 namespace {
 
@@ -182,7 +182,7 @@ Node* ParseExpression(Parser* parser) { return ParseFlatSingle<ParseAssignment>(
 // Assignment -> Conditional [ '=>' (Block | Assignment) | AssignOp Assignment ]
 Node* ParseAssignment(Parser* parser) {
     Lexer* lexer = parser->lexer;
-    NestingLevel nesting(&lexer->position, kMaxParseNesting);
+    NestingLevel nesting(parser->guard, &lexer->position, kMaxParseNesting);
     Node* left = ParseConditional(parser);
     if (lexer->tokenKind == LEX_ARROW) {
         Node* node = MakeTokenNode(lexer);

@@ -4,9 +4,9 @@
 #include <cstdlib>
 #include <vector>
 
-#include "support/strings.h"
 #include "lexer/source_reader.h"
 #include "lexer/tokens.h"
+#include "support/strings.h"
 
 SourcePosition* CopyPosition(const SourcePosition* position) {
     SourcePosition* copy = static_cast<SourcePosition*>(CheckedMalloc(sizeof(SourcePosition)));

@@ -5,6 +5,7 @@
 
 #include "lexer/source_reader.h"
 #include "parser/node.h"
+#include "support/stack_guard.h"
 
 constexpr uint32_t kParserNoIn = 1;
 
@@ -28,6 +29,7 @@ struct Parser {
     PendingOperator* operators;
     uint32_t operatorCount;
     uint32_t operatorCapacity;
+    StackGuard guard;          // the recursion of this parse
 };
 
 // The parser record with its root '{' node (text "{").

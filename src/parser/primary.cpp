@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "support/stack_guard.h"
 #include "lexer/scanner.h"
 #include "lexer/tokens.h"
 #include "parser/parser.h"
+#include "support/stack_guard.h"
 
 namespace {
 
@@ -241,7 +241,7 @@ void AppendRegExpArguments(Lexer* lexer, Node* call, const char* literal) {
 //               ('.' anytoken | '[' Expression ']' | '(' [Assignment (',' Assignment)*] ')')*
 Node* ParseMemberCall(Parser* parser, bool inNew) {
     Lexer* lexer = parser->lexer;
-    NestingLevel nesting(&lexer->position, kMaxParseNesting);
+    NestingLevel nesting(parser->guard, &lexer->position, kMaxParseNesting);
     Node* expr;
     if (lexer->tokenKind == LEX_NEW) {
         expr = MakeTokenNode(lexer);
@@ -299,7 +299,7 @@ Node* ParseMemberCall(Parser* parser, bool inNew) {
 // Primary -> literal | 'this' | id | ArrayLiteral | ObjectLiteral | RegExp | '(' Expression ')'
 Node* ParsePrimary(Parser* parser) {
     Lexer* lexer = parser->lexer;
-    NestingLevel nesting(&lexer->position, kMaxParseNesting);
+    NestingLevel nesting(parser->guard, &lexer->position, kMaxParseNesting);
     switch (lexer->tokenKind) {
         case '/':
         case LEX_SLASHEQUAL:

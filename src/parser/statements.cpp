@@ -1,10 +1,10 @@
 // The statement parser: one statement per call, appended to the given parent.
-#include "support/diagnostics.h"
-#include "support/stack_guard.h"
-#include "support/strings.h"
 #include "lexer/scanner.h"
 #include "lexer/tokens.h"
 #include "parser/parser.h"
+#include "support/diagnostics.h"
+#include "support/stack_guard.h"
+#include "support/strings.h"
 
 Parser* MakeParser(Lexer* lexer) {
     Parser* parser = static_cast<Parser*>(CheckedCalloc(1, sizeof(Parser)));
@@ -13,6 +13,7 @@ Parser* MakeParser(Lexer* lexer) {
     parser->root.text = NewRefString("{");
     parser->root.position = CopyPosition(&lexer->position);
     parser->position = lexer->position;
+    BeginStackGuard(parser->guard);
     return parser;
 }
 
@@ -246,7 +247,7 @@ void ParseExpressionOrLabel(Parser* parser, Node* parent) {
 //            | Throw | Switch | FunctionDeclaration | ';' | ExpressionStatement | Label, [';']
 void ParseStatement(Parser* parser, Node* parent) {
     Lexer* lexer = parser->lexer;
-    NestingLevel nesting(&lexer->position, kMaxParseNesting);
+    NestingLevel nesting(parser->guard, &lexer->position, kMaxParseNesting);
     switch (lexer->tokenKind) {
         case LEX_EOF:
             return;

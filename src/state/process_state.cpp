@@ -6,198 +6,71 @@
 
 #include "support/crc32.h"
 
-HashTable BuiltInFunctionTable;
-PtrArray NameArray;
-PtrArray GlobalStringList;
-PtrArray GlobalVarList;
-PtrArray GlobalFuncList;
-PtrArray GlobalFunctionRecords;
-
 namespace {
 
-// Index from name text to the lowest id holding it, for entries below NameArray.count: open
-// addressing with linear probing; each slot keeps its name's hash, so growth never rereads text.
-// Rebuilt lazily when the host overwrites an entry below count.
-struct NameSlot {
-    uint64_t hash;
-    int32_t id;   // -1: empty
+// The one definition. Its tables are made at load (a plain static: nothing is allocated on first
+// use, so using them can never fail halfway) and released at unload.
+ProcessState processState{};
+
+void InitTables(ProcessState& state) {
+    InitHashTable(state.builtInFunctionTable, 32);
+    InitPtrArray(state.nameArray, 8);
+    InitPtrArray(state.stringList, 8);
+    InitPtrArray(state.varList, 8);
+    InitPtrArray(state.funcList, 8);
+    InitPtrArray(state.functionRecords, 8);
+}
+
+void FreeTables(ProcessState& state) {
+    ClearHashTable(state.builtInFunctionTable);
+    FreePtrArray(state.nameArray);
+    FreePtrArray(state.stringList);
+    FreePtrArray(state.varList);
+    FreePtrArray(state.funcList);
+    FreePtrArray(state.functionRecords);
+    std::free(state.nameIndex.slots);
+    state.nameIndex = NameIndex{};
+}
+
+struct Lifetime {
+    Lifetime() { InitTables(processState); }
+    ~Lifetime() { FreeTables(processState); }
 };
 
-struct NameIndex {
-    NameSlot* slots = nullptr;
-    uint64_t mask = 0;
-    int64_t used = 0;
-    int32_t indexed = 0;   // entries [0, indexed) are in the index
-    bool stale = false;
-};
+Lifetime lifetime;
 
-// A plain static (no allocation on first use), so that using the index can never fail halfway.
-NameIndex nameIndex;
-
-NameIndex& Names() { return nameIndex; }
-
-// FNV-1a with a final mix, so that nearby texts spread over the whole table.
-uint64_t TextHash(const char* text) {
-    uint64_t hash = 0xCBF29CE484222325ull;
-    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; p++) {
-        hash = (hash ^ *p) * 0x100000001B3ull;
-    }
-    hash ^= hash >> 33;
-    hash *= 0xFF51AFD7ED558CCDull;
-    hash ^= hash >> 33;
-    return hash;
-}
-
-void Resize(NameIndex& index, uint64_t capacity) {
-    NameSlot* slots = static_cast<NameSlot*>(CheckedMalloc(capacity * sizeof(NameSlot)));
-    for (uint64_t i = 0; i < capacity; i++) slots[i].id = -1;
-    for (uint64_t i = 0; index.slots && i <= index.mask; i++) {
-        if (index.slots[i].id < 0) continue;
-        uint64_t at = index.slots[i].hash & (capacity - 1);
-        while (slots[at].id >= 0) at = (at + 1) & (capacity - 1);
-        slots[at] = index.slots[i];
-    }
-    std::free(index.slots);
-    index.slots = slots;
-    index.mask = capacity - 1;
-}
-
-// The slot holding `text`, or the empty slot where it would go.
-NameSlot& Probe(NameIndex& index, const char* text, uint64_t hash) {
-    uint64_t at = hash & index.mask;
-    for (;;) {
-        NameSlot& slot = index.slots[at];
-        if (slot.id < 0) return slot;
-        if (slot.hash == hash && std::strcmp(static_cast<const char*>(NameArray.data[slot.id]), text) == 0) return slot;
-        at = (at + 1) & index.mask;
-    }
-}
-
-void CatchUp(NameIndex& index) {
-    if (index.stale || !index.slots) {
-        std::free(index.slots);
-        index.slots = nullptr;
-        index.used = 0;
-        index.indexed = 0;
-        index.stale = false;
-        Resize(index, 1024);
-    }
-    for (; index.indexed < NameArray.count; index.indexed++) {
-        const char* text = static_cast<const char*>(NameArray.data[index.indexed]);
-        if (!text) continue;
-        if (static_cast<uint64_t>(index.used + 1) * 2 > index.mask + 1) Resize(index, (index.mask + 1) * 2);
-        uint64_t hash = TextHash(text);
-        NameSlot& slot = Probe(index, text, hash);
-        if (slot.id >= 0) continue;   // an earlier id already holds this text
-        slot.hash = hash;
-        slot.id = index.indexed;
-        index.used++;
-    }
-}
-
-struct Tables {
-    Tables() {
-        InitHashTable(BuiltInFunctionTable, 32);
-        InitPtrArray(NameArray, 8);
-        InitPtrArray(GlobalStringList, 8);
-        InitPtrArray(GlobalVarList, 8);
-        InitPtrArray(GlobalFuncList, 8);
-        InitPtrArray(GlobalFunctionRecords, 8);
-    }
-    ~Tables() {
-        ClearHashTable(BuiltInFunctionTable);
-        FreePtrArray(NameArray);
-        FreePtrArray(GlobalStringList);
-        FreePtrArray(GlobalVarList);
-        FreePtrArray(GlobalFuncList);
-        FreePtrArray(GlobalFunctionRecords);
-    }
-};
-
-Tables tables;
-uint64_t overwrites = 0;
-TableMark* activeMark = nullptr;
-
-// Before the first name of a marked call is pushed: a copy of the entries the host placed past
-// the count, which that push may wipe (allocated before anything changes).
-void SaveNameTail(TableMark& mark) {
-    int32_t length = NameArray.dirtyEnd - NameArray.count;
-    if (length > 0) {
-        mark.savedTail = static_cast<void**>(CheckedMalloc(static_cast<size_t>(length) * sizeof(void*)));
-        std::memcpy(mark.savedTail, NameArray.data + NameArray.count, static_cast<size_t>(length) * sizeof(void*));
-        mark.savedTailLength = length;
-    }
-    mark.tailSaved = true;
+// States that ResetProcessState replaced: kept whole, so what earlier units point at stays
+// allocated and reachable.
+std::vector<ProcessState*>& RetiredStates() {
+    static std::vector<ProcessState*> retired;
+    return retired;
 }
 
 }  // namespace
 
-int32_t FindName(const char* text) {
-    NameIndex& index = Names();
-    CatchUp(index);
-    return Probe(index, text, TextHash(text)).id;
+ProcessState& State() { return processState; }
+
+uint32_t (&Crc32Table)[256] = processState.crc32Table;
+HashTable& BuiltInFunctionTable = processState.builtInFunctionTable;
+PtrArray& NameArray = processState.nameArray;
+PtrArray& GlobalStringList = processState.stringList;
+PtrArray& GlobalVarList = processState.varList;
+PtrArray& GlobalFuncList = processState.funcList;
+PtrArray& GlobalFunctionRecords = processState.functionRecords;
+
+void ResetProcessState() {
+    RetiredStates().push_back(new ProcessState(std::move(processState)));
+    processState = ProcessState{};
+    InitTables(processState);
 }
 
-int32_t PushName(const char* text) {
-    if (activeMark && !activeMark->tailSaved) SaveNameTail(*activeMark);
-    int32_t id = PushPtr(NameArray, const_cast<char*>(text));
-    // The name is in the table now. An index that cannot grow just yet catches up at the next
-    // lookup, so a push either changes nothing (it threw above) or completes.
-    try {
-        CatchUp(Names());
-    } catch (const std::bad_alloc&) {
-    }
-    return id;
-}
+void BuildCrc32Table() { FillCrc32Table(processState.crc32Table); }
 
-void PlaceName(const char* name, int32_t index) {
-    char* pointer = const_cast<char*>(name);
-    if (index < 0) index = 0;
-    // Room first: a placement that cannot get its memory leaves the table as it was.
-    ReservePtrArray(NameArray, index);
-    if (index > NameArray.count) {
-        // The host gets a fresh zeroed array beyond count, with its entry in place.
-        ClearPtrArrayTail(NameArray);
-    }
-    StorePtr(NameArray, index, pointer);
-    if (index < NameArray.count) {
-        Names().stale = true;
-        overwrites++;
-    }
-}
+uint32_t NameHash(const char* name) { return Crc32WithoutFinalXor(processState.crc32Table, name); }
 
-void BeginTableMark(TableMark& mark) {
-    mark = TableMark{};
-    mark.names = NameArray;
-    mark.strings = GlobalStringList;
-    mark.vars = GlobalVarList;
-    mark.funcs = GlobalFuncList;
-    mark.records = GlobalFunctionRecords;
-    activeMark = &mark;
+HashEntry* HashInsert(HashTable& table, const char* key, void* value) {
+    return HashInsertHashed(table, NameHash(key), value);
 }
-
-void RollBackTables(TableMark& mark) {
-    RollBackPtrArray(GlobalStringList, mark.strings);
-    RollBackPtrArray(GlobalVarList, mark.vars);
-    RollBackPtrArray(GlobalFuncList, mark.funcs);
-    RollBackPtrArray(GlobalFunctionRecords, mark.records);
-    if (NameArray.count == mark.names.count && !mark.tailSaved) return;
-    RollBackPtrArray(NameArray, mark.names);
-    if (mark.savedTail) {
-        std::memcpy(NameArray.data + mark.names.count, mark.savedTail,
-                    static_cast<size_t>(mark.savedTailLength) * sizeof(void*));
-    }
-    // Entries the index knew may be gone: it is rebuilt at the next lookup.
-    Names().stale = true;
-}
-
-void EndTableMark(TableMark& mark) {
-    std::free(mark.savedTail);
-    mark.savedTail = nullptr;
-    if (activeMark == &mark) activeMark = nullptr;
-}
-
-uint64_t NameOverwrites() { return overwrites; }
 
 bool IsBuiltInFunction(const char* name) {
     HashEntry* entry = HashFindFirst(BuiltInFunctionTable, NameHash(name));
@@ -205,3 +78,18 @@ bool IsBuiltInFunction(const char* name) {
     const RefString* text = static_cast<const RefString*>(entry->value);
     return text && text->text && name && std::strcmp(text->text, name) == 0;
 }
+
+void AddBuiltInFunction(const char* name) {
+    RefString* text = NewRefString(name);
+    try {
+        HashInsert(BuiltInFunctionTable, text->text, text);
+    } catch (...) {
+        ReleaseRefString(text);
+        std::free(text);
+        throw;
+    }
+}
+
+DiagnosticLocation LastErrorLocation() { return processState.lastError; }
+
+void ForgetLastErrorLocation() { processState.lastError = DiagnosticLocation{}; }

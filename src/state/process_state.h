@@ -1,17 +1,94 @@
-// The process-wide tables: they live from library load to unload and grow across compiles.
+// The process state: every table and counter that lives from library load to unload and grows
+// across compiles, in one record with one definition.
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
 
+#include "support/diagnostics.h"
 #include "support/hash_table.h"
 #include "support/strings.h"
+#include "veltjs.h"
 
-extern HashTable BuiltInFunctionTable;   // RefString payloads keyed by NameHash
-extern PtrArray NameArray;               // entry i is the text of name id i
-extern PtrArray GlobalStringList;        // PatchRecord*
-extern PtrArray GlobalVarList;           // PatchRecord*
-extern PtrArray GlobalFuncList;          // PatchRecord*
-extern PtrArray GlobalFunctionRecords;   // FunctionRecord* (the unit's fourth list)
+// Index from name text to the lowest id holding it, for entries below the name table's count:
+// open addressing with linear probing; each slot keeps its name's hash, so growth never rereads
+// text. Rebuilt lazily when the host overwrites an entry below the count.
+struct NameSlot {
+    uint64_t hash;
+    int32_t id;   // -1: empty
+};
+
+struct NameIndex {
+    NameSlot* slots;
+    uint64_t mask;
+    int64_t used;
+    int32_t indexed;   // entries [0, indexed) are in the index
+    bool stale;
+};
+
+// The code generator's share: made on the first compile.
+struct CodeGenGlobals {
+    FunctionRecord* root;
+    uint32_t slotCounter;
+    int32_t anonymousCounter;   // "__%s_%d__anonfn%d"
+    int32_t accessorCounter;    // "__getfn%d" / "__setfn%d"
+};
+
+struct StateMark;
+
+struct ProcessState {
+    uint32_t crc32Table[256];          // zero until VeltJS_Init builds it
+    HashTable builtInFunctionTable;    // RefString payloads keyed by NameHash
+    PtrArray nameArray;                // entry i is the text of name id i
+    PtrArray stringList;               // PatchRecord*
+    PtrArray varList;                  // PatchRecord*
+    PtrArray funcList;                 // PatchRecord*
+    PtrArray functionRecords;          // FunctionRecord* (a unit's fourth list)
+    NameIndex nameIndex;
+    uint64_t nameOverwrites;           // entries below the count a host has overwritten
+    // Qualified name text -> position in functionRecords, in step with the list. An empty map
+    // allocates nothing, so using it never fails on a path that must not throw.
+    std::unordered_map<std::string, int32_t> functionPositions;
+    CodeGenGlobals codegen;
+    StateMark* activeMark;             // the call that may have to be taken back, or null
+    DiagnosticLocation lastError;      // where the last compile error of a call was raised
+};
+
+ProcessState& State();
+
+// The names the rest of the library uses for the record's tables.
+extern uint32_t (&Crc32Table)[256];
+extern HashTable& BuiltInFunctionTable;
+extern PtrArray& NameArray;
+extern PtrArray& GlobalStringList;
+extern PtrArray& GlobalVarList;
+extern PtrArray& GlobalFuncList;
+extern PtrArray& GlobalFunctionRecords;
+inline CodeGenGlobals& CodeGenState() { return State().codegen; }
+
+// For the tests only: the state as it is at load. The tables the old state held stay allocated
+// and reachable, because units made before still point into them.
+void ResetProcessState();
+
+// ---------------------------------------------------------------------------------------------
+// Name hashing and built-in functions.
+
+// VeltJS_Init: builds the CRC table that NameHash uses.
+void BuildCrc32Table();
+// CRC-32 (reflected 0xEDB88320) without the final inversion, through the process's table; a null
+// or empty name hashes to 0xFFFFFFFF.
+uint32_t NameHash(const char* name);
+// Appends at the tail of the bucket of the key's NameHash; no duplicate check.
+HashEntry* HashInsert(HashTable& table, const char* key, void* value);
+// True when the built-in table holds this name (same hash, same text in the first hash match).
+bool IsBuiltInFunction(const char* name);
+// VeltJS_AddBuiltInFunction: the name and its table entry are made before the table changes.
+void AddBuiltInFunction(const char* name);
+
+// ---------------------------------------------------------------------------------------------
+// The name table.
 
 // The index of the first NameArray entry below count whose text equals `text`, or -1.
 // Answers as a front-to-back strcmp scan would, through an index kept in step with the array.
@@ -25,13 +102,31 @@ void PlaceName(const char* name, int32_t index);
 // How many times a host has overwritten a name below the count; indexes keyed by name text
 // are exact only while this is zero.
 uint64_t NameOverwrites();
-// True when the built-in table holds this name (same hash, same text in the first hash match).
-bool IsBuiltInFunction(const char* name);
 
-// The state of the five process-wide arrays when a call began, so that a call that fails for
-// memory can take back everything it added. While a mark is active, the first name pushed saves
-// the host-placed entries past the count that the push may wipe.
-struct TableMark {
+// ---------------------------------------------------------------------------------------------
+// Function records by qualified name.
+
+// Positions in the process-wide function-record list by qualified name (-1 when absent).
+int32_t FindFunctionRecord(const char* qualifiedName);
+void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionRecord* record);
+// True when every entry of the index by qualified name points below the list's count, at a record
+// of that name (read through the name table while no host has renamed an entry).
+bool FunctionRecordIndexAgrees();
+
+// ---------------------------------------------------------------------------------------------
+// Taking back a call that failed for memory.
+
+// A function record that a compile replaced in place in the process-wide list.
+struct ReplacedRecord {
+    int32_t position;
+    void* previous;
+};
+
+// What a call changes in the process state, recorded so that a call that fails for memory can be
+// taken back whole: the arrays, the code generator's counters and root record, and the function
+// records replaced in place (journaled as they are replaced). While a mark is active, the first
+// name pushed saves the host-placed entries past the count that the push may wipe.
+struct StateMark {
     PtrArray names;
     PtrArray strings;
     PtrArray vars;
@@ -40,12 +135,24 @@ struct TableMark {
     void** savedTail;        // host-placed entries from names.count on, or null
     int32_t savedTailLength;
     bool tailSaved;
+    CodeGenGlobals codegen;
+    FunctionRecord root;
+    std::vector<ReplacedRecord> replaced;
 };
 
-// Records the arrays' state and makes the mark the active one. Never allocates.
-void BeginTableMark(TableMark& mark);
-// Puts the arrays back as they were at the mark (entries replaced in place are not the arrays'
-// business; the code generator takes those back itself). Never allocates.
-void RollBackTables(TableMark& mark);
+// Records the state and makes the mark the active one. Never allocates.
+void BeginStateMark(StateMark& mark);
+// Puts everything back as it was at the mark: names, lists, the function-record index, counters,
+// the root record. Never allocates.
+void RollBackState(StateMark& mark);
 // Releases the mark. Never allocates.
-void EndTableMark(TableMark& mark);
+void EndStateMark(StateMark& mark);
+
+// ---------------------------------------------------------------------------------------------
+// Diagnostics for hosts that show more than the message's line.
+
+// Where the last error was raised, as the position record said then (line and column as the
+// lexer counts them, offset in characters advanced over). The message text keeps only the line;
+// a host that wants more (the command-line tool's caret) reads it here.
+DiagnosticLocation LastErrorLocation();
+void ForgetLastErrorLocation();

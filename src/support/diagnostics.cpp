@@ -10,19 +10,13 @@ CompileException::CompileException(const char* text) : message(NewRefString(text
 CompileException::CompileException(RefString* adopted) noexcept : message(adopted) {}
 
 CompileException::CompileException(const CompileException& other) noexcept
-    : std::exception(other), message(RetainRefString(other.message)) {}
+    : std::exception(other), message(RetainRefString(other.message)), location(other.location) {}
 
 CompileException::~CompileException() { ReleaseRefString(message); }
 
 const char* CompileException::what() const noexcept {
     return message && message->text ? message->text : "";
 }
-
-static DiagnosticLocation lastErrorLocation{};
-
-DiagnosticLocation LastErrorLocation() { return lastErrorLocation; }
-
-void ForgetLastErrorLocation() { lastErrorLocation = DiagnosticLocation{}; }
 
 static void BuildDiagnostic(StringBuilder& builder, uint32_t kind, const SourcePosition* location,
                             const char* format, va_list args) {
@@ -60,8 +54,6 @@ static void Report(uint32_t kind, const SourcePosition* location, const char* fo
         FreeStringBuilder(builder);
         return;
     }
-    lastErrorLocation = location ? DiagnosticLocation{true, location->line, location->column, location->offset}
-                                 : DiagnosticLocation{};
     // Out of memory for the exception's copy: the builder goes all the same.
     RefString* message;
     try {
@@ -72,6 +64,7 @@ static void Report(uint32_t kind, const SourcePosition* location, const char* fo
     }
     FreeStringBuilder(builder);
     CompileException exception(message);
+    if (location) exception.location = DiagnosticLocation{true, location->line, location->column, location->offset};
     throw exception;
 }
 

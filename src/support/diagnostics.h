@@ -15,6 +15,15 @@ struct SourcePosition {
     int32_t offset;   // characters advanced over; goes into the position buffer
 };
 
+// Where an error was raised, as the position record said then (line and column as the lexer
+// counts them, offset in characters advanced over).
+struct DiagnosticLocation {
+    bool known;       // false when there was no error, or it had no location
+    int32_t line;
+    int32_t column;
+    int32_t offset;
+};
+
 class CompileException : public std::exception {
 public:
     explicit CompileException(const char* text);
@@ -26,6 +35,7 @@ public:
     const char* what() const noexcept override;
 
     RefString* message;
+    DiagnosticLocation location{};
 };
 
 constexpr uint32_t kDiagnosticWarning = 1;
@@ -37,14 +47,3 @@ void ReportDiagnostic(uint32_t kind, const SourcePosition* location, const char*
     VELTJS_PRINTF(3, 4);
 [[noreturn]] void ReportError(const SourcePosition* location, const char* format, ...) VELTJS_PRINTF(2, 3);
 
-// Where the last error was raised, as the position record said then (line and column as the
-// lexer counts them, offset in characters advanced over). The message text keeps only the
-// line; a host that wants more (the command-line tool's caret) reads it here.
-struct DiagnosticLocation {
-    bool known;       // false when no error has been raised since the last reset, or it had no location
-    int32_t line;
-    int32_t column;
-    int32_t offset;
-};
-DiagnosticLocation LastErrorLocation();
-void ForgetLastErrorLocation();

@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 
-#include "support/crc32.h"
 #include "support/strings.h"
 
 void InitHashTable(HashTable& table, int32_t bucketCount) {
@@ -26,10 +25,6 @@ HashEntry* HashInsertHashed(HashTable& table, uint32_t hash, void* value) {
     bucket.last = entry;
     table.count++;
     return entry;
-}
-
-HashEntry* HashInsert(HashTable& table, const char* key, void* value) {
-    return HashInsertHashed(table, NameHash(key), value);
 }
 
 HashEntry* HashFindFirst(const HashTable& table, uint32_t hash) {

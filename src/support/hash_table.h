@@ -1,4 +1,4 @@
-// Chained hash table keyed by NameHash, with a fixed number of buckets.
+// Chained hash table keyed by a 32-bit hash (NameHash), with a fixed number of buckets.
 #pragma once
 
 #include <cstdint>
@@ -23,8 +23,8 @@ struct HashTable {
 
 // bucketCount must be a power of two.
 void InitHashTable(HashTable& table, int32_t bucketCount);
-// Appends at the tail of the key's bucket; no duplicate check.
-HashEntry* HashInsert(HashTable& table, const char* key, void* value);
+// Appends at the tail of the hash's bucket; no duplicate check. (HashInsert, which hashes a name
+// with NameHash, belongs to the process state.)
 HashEntry* HashInsertHashed(HashTable& table, uint32_t hash, void* value);
 // The first entry of the bucket whose hash equals, or null.
 HashEntry* HashFindFirst(const HashTable& table, uint32_t hash);

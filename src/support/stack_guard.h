@@ -13,17 +13,26 @@
 constexpr int32_t kMaxParseNesting = 2048;
 constexpr int32_t kMaxCompileNesting = 1600;
 
-// Records the calling thread's stack bounds and clears the nesting count; every export that
-// parses or compiles calls it first.
-void BeginStackGuard();
+// The recursion state of one parse or one compile: the stack address below which too little is
+// left, and the guarded routines active. A zeroed guard counts levels but never finds the stack
+// low.
+struct StackGuard {
+    uintptr_t limit;
+    int32_t nesting;
+};
+
+// Records the calling thread's stack bounds and clears the nesting count; the parser and the
+// code generator call it when a parse or a compile begins.
+void BeginStackGuard(StackGuard& guard);
 // True when less than the safety margin is left below the current frame.
-bool StackIsLow();
+bool StackIsLow(const StackGuard& guard);
 
 // One level of recursion while the record lives. Reports "nesting too deep" at `where` when
 // `limit` levels are already active or the stack is low.
 struct NestingLevel {
-    NestingLevel(const SourcePosition* where, int32_t limit);
+    NestingLevel(StackGuard& guard, const SourcePosition* where, int32_t limit);
     ~NestingLevel();
     NestingLevel(const NestingLevel&) = delete;
     NestingLevel& operator=(const NestingLevel&) = delete;
+    StackGuard& guard;
 };

@@ -11,12 +11,12 @@
 #include <fstream>
 #include <sstream>
 
-#include "support/diagnostics.h"
-#include "state/process_state.h"
-#include "support/stack_guard.h"
-#include "support/strings.h"
 #include "parser/node.h"
 #include "parser/parser.h"
+#include "state/process_state.h"
+#include "support/diagnostics.h"
+#include "support/stack_guard.h"
+#include "support/strings.h"
 
 void EnsureLibraryInitialised() {
     static bool done = false;
@@ -145,7 +145,6 @@ Node* Op(uint32_t kind, std::initializer_list<Node*> children) {
 
 TestCompile::TestCompile(const char* scriptName, uint8_t topLevel) {
     EnsureLibraryInitialised();
-    BeginStackGuard();
     BeginCompile(cx, scriptName, topLevel);
 }
 
@@ -208,7 +207,6 @@ struct ThreadCall {
 void* RunThreadCall(void* argument) {
     ThreadCall* call = static_cast<ThreadCall*>(argument);
     try {
-        BeginStackGuard();
         (*call->body)();
     } catch (...) {
         call->failure = std::current_exception();

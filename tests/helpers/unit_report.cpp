@@ -6,8 +6,8 @@
 #include <sstream>
 #include <unordered_map>
 
-#include "state/process_state.h"
 #include "codegen/context.h"
+#include "state/process_state.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "state/process_state.h"
 #include "support/diagnostics.h"
 #include "capture.h"
 #include "container.h"

@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "state/process_state.h"
 #include "bytecode/instruction.h"
+#include "state/process_state.h"
 
 namespace {
 

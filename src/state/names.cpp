@@ -1,0 +1,118 @@
+// The name table: ids handed out in order, found by text through an index kept in step.
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "state/process_state.h"
+
+namespace {
+
+// FNV-1a with a final mix, so that nearby texts spread over the whole table.
+uint64_t TextHash(const char* text) {
+    uint64_t hash = 0xCBF29CE484222325ull;
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; p++) {
+        hash = (hash ^ *p) * 0x100000001B3ull;
+    }
+    hash ^= hash >> 33;
+    hash *= 0xFF51AFD7ED558CCDull;
+    hash ^= hash >> 33;
+    return hash;
+}
+
+void Resize(NameIndex& index, uint64_t capacity) {
+    NameSlot* slots = static_cast<NameSlot*>(CheckedMalloc(capacity * sizeof(NameSlot)));
+    for (uint64_t i = 0; i < capacity; i++) slots[i].id = -1;
+    for (uint64_t i = 0; index.slots && i <= index.mask; i++) {
+        if (index.slots[i].id < 0) continue;
+        uint64_t at = index.slots[i].hash & (capacity - 1);
+        while (slots[at].id >= 0) at = (at + 1) & (capacity - 1);
+        slots[at] = index.slots[i];
+    }
+    std::free(index.slots);
+    index.slots = slots;
+    index.mask = capacity - 1;
+}
+
+// The slot holding `text`, or the empty slot where it would go.
+NameSlot& Probe(NameIndex& index, const char* text, uint64_t hash) {
+    uint64_t at = hash & index.mask;
+    for (;;) {
+        NameSlot& slot = index.slots[at];
+        if (slot.id < 0) return slot;
+        if (slot.hash == hash && std::strcmp(static_cast<const char*>(NameArray.data[slot.id]), text) == 0) return slot;
+        at = (at + 1) & index.mask;
+    }
+}
+
+void CatchUp(NameIndex& index) {
+    if (index.stale || !index.slots) {
+        std::free(index.slots);
+        index.slots = nullptr;
+        index.used = 0;
+        index.indexed = 0;
+        index.stale = false;
+        Resize(index, 1024);
+    }
+    for (; index.indexed < NameArray.count; index.indexed++) {
+        const char* text = static_cast<const char*>(NameArray.data[index.indexed]);
+        if (!text) continue;
+        if (static_cast<uint64_t>(index.used + 1) * 2 > index.mask + 1) Resize(index, (index.mask + 1) * 2);
+        uint64_t hash = TextHash(text);
+        NameSlot& slot = Probe(index, text, hash);
+        if (slot.id >= 0) continue;   // an earlier id already holds this text
+        slot.hash = hash;
+        slot.id = index.indexed;
+        index.used++;
+    }
+}
+
+// Before the first name of a marked call is pushed: a copy of the entries the host placed past
+// the count, which that push may wipe (allocated before anything changes).
+void SaveNameTail(StateMark& mark) {
+    int32_t length = NameArray.dirtyEnd - NameArray.count;
+    if (length > 0) {
+        mark.savedTail = static_cast<void**>(CheckedMalloc(static_cast<size_t>(length) * sizeof(void*)));
+        std::memcpy(mark.savedTail, NameArray.data + NameArray.count, static_cast<size_t>(length) * sizeof(void*));
+        mark.savedTailLength = length;
+    }
+    mark.tailSaved = true;
+}
+
+}  // namespace
+
+int32_t FindName(const char* text) {
+    NameIndex& index = State().nameIndex;
+    CatchUp(index);
+    return Probe(index, text, TextHash(text)).id;
+}
+
+int32_t PushName(const char* text) {
+    StateMark* mark = State().activeMark;
+    if (mark && !mark->tailSaved) SaveNameTail(*mark);
+    int32_t id = PushPtr(NameArray, const_cast<char*>(text));
+    // The name is in the table now. An index that cannot grow just yet catches up at the next
+    // lookup, so a push either changes nothing (it threw above) or completes.
+    try {
+        CatchUp(State().nameIndex);
+    } catch (const std::bad_alloc&) {
+    }
+    return id;
+}
+
+void PlaceName(const char* name, int32_t index) {
+    char* pointer = const_cast<char*>(name);
+    if (index < 0) index = 0;
+    // Room first: a placement that cannot get its memory leaves the table as it was.
+    ReservePtrArray(NameArray, index);
+    if (index > NameArray.count) {
+        // The host gets a fresh zeroed array beyond count, with its entry in place.
+        ClearPtrArrayTail(NameArray);
+    }
+    StorePtr(NameArray, index, pointer);
+    if (index < NameArray.count) {
+        State().nameIndex.stale = true;
+        State().nameOverwrites++;
+    }
+}
+
+uint64_t NameOverwrites() { return State().nameOverwrites; }
