@@ -18,13 +18,7 @@
 #include "support/stack_guard.h"
 #include "support/strings.h"
 
-void EnsureLibraryInitialised() {
-    static bool done = false;
-    if (!done) {
-        VeltJS_Init();
-        done = true;
-    }
-}
+void EnsureLibraryInitialised() { VeltJS_Init(); }
 
 CompileUnit* ParseAndCompile(const std::string& source, bool topLevel, const char* scriptName,
                              const char* fileName) {

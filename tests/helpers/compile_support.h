@@ -15,7 +15,7 @@
 // ---------------------------------------------------------------------------------------------
 // Whole scripts through VeltJS_Parse and VeltJS_Compile.
 
-// Calls VeltJS_Init once per process (the name hash needs its table).
+// Calls VeltJS_Init (the name hash needs its table; every test starts without it).
 void EnsureLibraryInitialised();
 
 // Parses and compiles `source`; the unit is never freed (as the library's own contract says).

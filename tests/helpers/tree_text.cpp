@@ -126,11 +126,7 @@ std::string StatementsText(const Node* root) {
 constexpr size_t kRenderLimit = 5000;
 
 ParseResult ParseSource(const std::string& source, const char* fileName) {
-    static bool initialised = false;
-    if (!initialised) {
-        VeltJS_Init();
-        initialised = true;
-    }
+    VeltJS_Init();
     ParseResult result{};
     result.unit = VeltJS_Parse(source.c_str(), fileName, "script");
     result.parser = static_cast<Parser*>(result.unit->parser);
