@@ -52,3 +52,32 @@ TEST(Instruction, MnemonicsAndSuffixes) {
     EXPECT_STREQ(TypeSuffix(TYPE_STRING), ".s");
     for (uint32_t type = 7; type <= 14; type++) EXPECT_STREQ(TypeSuffix(type), "");
 }
+
+TEST(Instruction, OpcodeTableGivesEveryMnemonicAndNoOtherValueHasOne) {
+    int known = 0;
+    for (uint32_t value = 0; value < 256; value++) {
+        const OpcodeEntry* row = nullptr;
+        for (const OpcodeEntry& entry : kOpcodeTable) {
+            if (entry.value == value) row = &entry;
+        }
+        if (row) {
+            EXPECT_STREQ(OpcodeMnemonic(value), row->mnemonic) << value;
+            known++;
+        } else {
+            EXPECT_STREQ(OpcodeMnemonic(value), "unknown") << value;
+        }
+    }
+    EXPECT_EQ(known, 35);
+}
+
+TEST(Instruction, OpcodeTableRowsReadAsTheirWordsDo) {
+    for (const OpcodeEntry& entry : kOpcodeTable) {
+        uint32_t word = entry.value << 24 | TYPE_INT << 16;
+        EXPECT_EQ(InstructionLength(word), entry.operand == kOperandByType ? 8u : 4u) << entry.mnemonic;
+        EXPECT_EQ(IsBranch(entry.value), entry.types == kBranch) << entry.mnemonic;
+        EXPECT_EQ(TypeLayoutOf(entry.value), entry.types) << entry.mnemonic;
+    }
+    EXPECT_EQ(TypeLayoutOf(0x06), kTwoTypes);
+    EXPECT_EQ(TypeLayoutOf(0xA0), kBranch);
+    EXPECT_EQ(TypeLayoutOf(0xE0), kNoTypes);
+}

@@ -7,47 +7,6 @@
 #include "bytecode/instruction.h"
 #include "support/numbers.h"
 
-const char* OpcodeMnemonic(uint32_t opcode) {
-    switch (opcode) {
-        case OP_POPV: return "popv";
-        case OP_CONV: return "conv";
-        case OP_MUL: return "mul";
-        case OP_DIV: return "div";
-        case OP_REM: return "rem";
-        case OP_MOD: return "mod";
-        case OP_ADD: return "add";
-        case OP_SUB: return "sub";
-        case OP_AND: return "and";
-        case OP_OR: return "or";
-        case OP_XOR: return "xor";
-        case OP_NEG: return "neg";
-        case OP_NOT: return "not";
-        case OP_SHL: return "shl";
-        case OP_SHR: return "shr";
-        case OP_SET: return "set";
-        case OP_POP: return "pop";
-        case OP_PUSHV: return "pushv";
-        case OP_PUSHI: return "pushi";
-        case OP_DUP: return "dup";
-        case OP_CALLV: return "call";
-        case OP_RET: return "ret";
-        case OP_EXIT: return "exit";
-        case OP_POPZ: return "popz";
-        case OP_B: return "b";
-        case OP_BT: return "bt";
-        case OP_BF: return "bf";
-        case OP_PUSHENV: return "pushenv";
-        case OP_POPENV: return "popenv";
-        case OP_PUSH: return "push";
-        case OP_PUSHL: return "pushl";
-        case OP_PUSHG: return "pushg";
-        case OP_PUSHB: return "pushb";
-        case OP_CALL: return "call";
-        case OP_BREAK: return "break";
-        default: return "unknown";
-    }
-}
-
 const char* TypeSuffix(uint32_t type) {
     static const char* const kSuffixes[16] = {".d", ".f", ".i", ".l", ".b", ".v", ".s", "",
                                               "",   "",   "",   "",   "",   "",   "",   ".e"};
@@ -160,10 +119,12 @@ int32_t DisassembleOne(const uint32_t* code, int32_t position, const PtrArray& n
     const char* mnemonic = OpcodeMnemonic(opcode);
     AppendText(out, mnemonic);
     column += static_cast<int32_t>(std::strlen(mnemonic));
-    if ((opcode & 0xA0u) == 0x80u) {
+    // A suffix of types 7 to 14 is empty but still counts its two columns.
+    TypeLayout types = TypeLayoutOf(opcode);
+    if (types == kOneType) {
         AppendText(out, TypeSuffix(firstType));
         column += 2;
-    } else if ((opcode & 0xA0u) == 0) {
+    } else if (types == kTwoTypes) {
         AppendText(out, TypeSuffix(firstType));
         AppendText(out, TypeSuffix(secondType));
         column += 4;
@@ -172,7 +133,7 @@ int32_t DisassembleOne(const uint32_t* code, int32_t position, const PtrArray& n
 
     if (HasOperand(opcode)) {
         AppendOperand(out, names, code, position, opcode, firstType);
-    } else if (opcode & 0x20u) {
+    } else if (IsBranch(opcode)) {
         int32_t offset = static_cast<int32_t>((word & 0x7FFFFFu) << 9) >> 9;
         uint32_t target = static_cast<uint32_t>(position) + static_cast<uint32_t>(offset) * 4u;
         AppendFormat(out, "0x%08x", target);
