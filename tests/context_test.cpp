@@ -273,6 +273,25 @@ TEST(Scopes, NamesWithEqualHashResolveToTheSameVariable) {
     EXPECT_EQ(depth, 0);
 }
 
+TEST(Scopes, LookupAloneChangesNoFlag) {
+    TestCompile t;
+    FunctionRecord outer{};
+    outer.flags = 4;
+    FunctionRecord inner{};
+    inner.flags = 4;
+    PushScope(t.cx, &outer);
+    DeclareLocal(t.cx, "v", 0, 0xFFFFFFFFu);
+    DeclareLocal(t.cx, "arguments", 0, 0xFFFFFFFFu);
+    PushScope(t.cx, &inner);
+    int32_t depth = -5;
+    EXPECT_NE(LookupName(t.cx, "v", &depth), nullptr);
+    EXPECT_EQ(depth, 1);
+    EXPECT_NE(LookupName(t.cx, "arguments", &depth), nullptr);
+    EXPECT_EQ(outer.flags, 4u);
+    EXPECT_EQ(inner.flags, 4u);
+    EXPECT_EQ(CodeGenState().root->flags, 4u);
+}
+
 TEST(Scopes, OuterPlainVariableSetsBitTwoAndClearsBitFourOutToItsScope) {
     TestCompile t;
     FunctionRecord outer{};
@@ -283,7 +302,7 @@ TEST(Scopes, OuterPlainVariableSetsBitTwoAndClearsBitFourOutToItsScope) {
     DeclareLocal(t.cx, "v", 0, 0xFFFFFFFFu);
     PushScope(t.cx, &inner);
     int32_t depth = -5;
-    VarEntry* entry = LookupName(t.cx, "v", &depth);
+    VarEntry* entry = UseName(t.cx, "v", &depth);
     ASSERT_NE(entry, nullptr);
     EXPECT_EQ(depth, 1);
     EXPECT_EQ(outer.flags, 2u);
@@ -298,7 +317,7 @@ TEST(Scopes, OwnPlainVariableClearsBitFourOnlyInItsScope) {
     PushScope(t.cx, &outer);
     DeclareLocal(t.cx, "v", 0, 0xFFFFFFFFu);
     int32_t depth = -5;
-    ASSERT_NE(LookupName(t.cx, "v", &depth), nullptr);
+    ASSERT_NE(UseName(t.cx, "v", &depth), nullptr);
     EXPECT_EQ(depth, 0);
     EXPECT_EQ(outer.flags, 0u);
     EXPECT_EQ(CodeGenState().root->flags, 4u);
@@ -314,7 +333,7 @@ TEST(Scopes, OuterParameterSetsBitOneAndClearsBitFour) {
     DeclareLocal(t.cx, "p", 1, 0);
     PushScope(t.cx, &inner);
     int32_t depth = 0;
-    ASSERT_NE(LookupName(t.cx, "p", &depth), nullptr);
+    ASSERT_NE(UseName(t.cx, "p", &depth), nullptr);
     EXPECT_EQ(depth, 1);
     EXPECT_EQ(outer.flags, 1u);
     EXPECT_EQ(inner.flags, 0u);
@@ -327,7 +346,7 @@ TEST(Scopes, OwnParameterChangesNoFlag) {
     PushScope(t.cx, &outer);
     DeclareLocal(t.cx, "p", 1, 0);
     int32_t depth = 9;
-    ASSERT_NE(LookupName(t.cx, "p", &depth), nullptr);
+    ASSERT_NE(UseName(t.cx, "p", &depth), nullptr);
     EXPECT_EQ(depth, 0);
     EXPECT_EQ(outer.flags, 4u);
 }
@@ -342,7 +361,7 @@ TEST(Scopes, ArgumentsSetsBitOneInTheDeclaringFunction) {
     DeclareLocal(t.cx, "arguments", 0, 0xFFFFFFFFu);
     PushScope(t.cx, &inner);
     int32_t depth = 0;
-    ASSERT_NE(LookupName(t.cx, "arguments", &depth), nullptr);
+    ASSERT_NE(UseName(t.cx, "arguments", &depth), nullptr);
     EXPECT_EQ(outer.flags, 1u);
     EXPECT_EQ(inner.flags, 0u);
 }
@@ -350,7 +369,7 @@ TEST(Scopes, ArgumentsSetsBitOneInTheDeclaringFunction) {
 TEST(Scopes, ArgumentsAtTopLevelIsNotFoundAndSetsNoFlag) {
     TestCompile t;
     int32_t depth = 0;
-    EXPECT_EQ(LookupName(t.cx, "arguments", &depth), nullptr);
+    EXPECT_EQ(UseName(t.cx, "arguments", &depth), nullptr);
     EXPECT_EQ(CodeGenState().root->flags, 4u);
 }
 
@@ -429,8 +448,8 @@ TEST(EndCompile, FinishesBuffersFillsTheRootAndUnlinksTheGlobalScope) {
 
 TEST(CleanUpContext, WorksOnAZeroInitialisedContext) {
     CodeGenContext cx{};
-    CleanUpContext(cx, false);
-    CleanUpContext(cx, true);
+    CleanUpContext(cx);
+    CleanUpContext(cx);
     EXPECT_EQ(cx.scopes.count, 0);
 }
 
@@ -443,7 +462,7 @@ TEST(CleanUpContext, FreesTargetsScopesAndBuffersAfterAFailure) {
     ListPush(cx.breakTargets, label);
     ListPush(cx.continueTargets, NewLabel("startwhile"));
     BranchToLabel(cx, label, OP_B);
-    CleanUpContext(cx, false);
+    CleanUpContext(cx);
     EXPECT_EQ(cx.scopes.count, 0);
     EXPECT_EQ(cx.breakTargets.count, 0);
     EXPECT_EQ(cx.continueTargets.count, 0);

@@ -148,13 +148,13 @@ VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
         unit->funcs = AddedSince<PatchRecord>(GlobalFuncList, functionsBefore, &unit->funcCount);
         unit->strings = AddedSince<PatchRecord>(GlobalStringList, stringsBefore, &unit->stringCount);
         unit->fourth = AddedSince<FunctionRecord>(GlobalFunctionRecords, recordsBefore, &unit->fourthCount);
-        CleanUpContext(cx, true);
+        CleanUpContext(cx);
     } catch (const CompileException& exception) {
         State().lastError = exception.location;
-        CleanUpContext(cx, false);
+        CleanUpContext(cx);
         failedForMemory = !RecordCompileException(unit, exception);
     } catch (...) {
-        CleanUpContext(cx, false);
+        CleanUpContext(cx);
         failedForMemory = true;
     }
     if (failedForMemory) {

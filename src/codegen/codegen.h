@@ -19,6 +19,14 @@ enum VarKind : int32_t {
     VarUnknown = 6,
 };
 
+// The patch kind of a variable reached as `kind`: the kinds from VarUnresolved to VarArgument are
+// the patch kinds, value for value.
+constexpr uint32_t PatchKindOf(int32_t kind) { return static_cast<uint32_t>(kind); }
+static_assert(PatchKindOf(VarUnresolved) == kPatchUnresolved && PatchKindOf(VarBuiltin) == kPatchBuiltin &&
+                  PatchKindOf(VarLocal) == kPatchLocal && PatchKindOf(VarSelf) == kPatchSelf &&
+                  PatchKindOf(VarMember) == kPatchMember && PatchKindOf(VarArgument) == kPatchArgument,
+              "variable kinds and patch kinds agree");
+
 constexpr uint32_t kWordDupVarCallArg = 0x8605FF12u;
 
 // A node's text, or null when there is no node or no text.
@@ -41,6 +49,10 @@ constexpr uint32_t SelectorField(int32_t selector) { return static_cast<uint32_t
 
 // Expressions: pushes one type (two with withScope). mode null means a local mode of 6.
 void CompileExpression(CodeGenContext& cx, Node* node, bool withScope, int32_t* mode = nullptr);
+// A missing child compiles to nothing; the following pop then yields whatever is there.
+inline void CompileIfPresent(CodeGenContext& cx, Node* node) {
+    if (node) CompileExpression(cx, node, false);
+}
 
 // Operators.
 void CompileBinaryExpression(CodeGenContext& cx, Node* node);

@@ -1,8 +1,9 @@
-// The compile context, scopes, labels and the patch operations of the code generator.
+// The compile context and its three concerns: emitting (words, the type stack, labels and
+// branches: emit.cpp), names and patch records (names.cpp), scopes and name lookup (scopes.cpp).
 #pragma once
 
 #include <cstdint>
-#include <vector>
+#include <initializer_list>
 
 #include "bytecode/code_buffer.h"
 #include "bytecode/instruction.h"
@@ -27,12 +28,6 @@ struct List {
     int32_t count;
 };
 
-void ListPush(List& list, void* value);
-// Removes the last node and returns its value (null when empty).
-void* ListPop(List& list);
-// The value `steps` nodes from the first, or null when the walk runs off the list.
-void* ListAt(const List& list, int32_t steps);
-
 struct BranchSite {
     BranchSite* next;
     int64_t offset;    // byte offset of the branch word
@@ -49,12 +44,18 @@ struct BranchLabel {
     int32_t depth;     // -1, or for a source label the continue-target count where it stands
 };
 
-// A new label with depth -1; labels are never freed while their fix-ups are pending.
-BranchLabel* NewLabel(const char* name);
+// What a declared name is in its scope.
+enum VarEntryKind : uint32_t {
+    kVarEntryVariable = 0,
+    kVarEntryParameter = 1,
+};
+
+// A slot that DeclareLocal takes from the process-wide counter, and a variable no scope knows.
+constexpr uint32_t kUnsetSlot = 0xFFFFFFFFu;
 
 struct VarEntry {
     RefString** name;   // handle to a private copy of the name
-    uint32_t kind;      // 0 plain variable, 1 parameter
+    uint32_t kind;      // a VarEntryKind
     uint32_t slot;
 };
 
@@ -83,46 +84,118 @@ struct CodeGenContext {
     StackGuard guard;        // the recursion of this compile
 };
 
+// The flags of a FunctionRecord that the scopes keep.
+constexpr uint32_t kFlagArgumentsOrOuterParameter = 1;
+constexpr uint32_t kFlagOuterVariable = 2;
+constexpr uint32_t kFlagNoOuterUse = 4;
+// Every record starts with "no outer use" until a use of a variable clears it.
+constexpr uint32_t kInitialFunctionFlags = kFlagNoOuterUse;
+
+// ---------------------------------------------------------------------------------------------
+// Emitting (emit.cpp).
+
+void ListPush(List& list, void* value);
+// Removes the last node and returns its value (null when empty).
+void* ListPop(List& list);
+// The value `steps` nodes from the first, or null when the walk runs off the list.
+void* ListAt(const List& list, int32_t steps);
+
 // Type stack: pushes grow the stack; a pop of an empty stack yields 15 (.e).
 void PushType(CodeGenContext& cx, uint32_t type);
 uint32_t PopType(CodeGenContext& cx);
-// True when the type stack is empty (callers that emit a different word in that case).
-inline bool TypeStackEmpty(const CodeGenContext& cx) { return cx.typeDepth <= 0; }
 inline uint32_t TopType(const CodeGenContext& cx) { return cx.typeDepth > 0 ? cx.typeStack[cx.typeDepth - 1] : TYPE_SHORT; }
 
 // Writes words into the code buffer.
 void Emit(CodeGenContext& cx, std::initializer_list<uint32_t> words);
 inline int64_t CodeOffset(const CodeGenContext& cx) { return CurrentOffset(*cx.code); }
-
-int32_t InternName(const char* text);
-uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind);
-uint32_t AddFuncAndPatch(CodeGenContext& cx, const char* name);
-void AddStringAndPatch(CodeGenContext& cx, const char* text);
-// Emits call (0xD9, .i, argument count) with the AddFuncAndPatch index of `name`.
-void EmitCall(CodeGenContext& cx, const char* name, uint32_t argumentCount);
 // opcode<<24 | type<<16, then the operand by type. For .d the value is used as a double; for
 // .f narrowed to float; for .i, .v, .s, .b its integer value; .l takes `longBits` as the 8 bytes.
 void EmitPushConstant(CodeGenContext& cx, uint32_t opcode, uint32_t type, double value, uint64_t longBits = 0);
 
-VarEntry* LookupName(CodeGenContext& cx, const char* name, int32_t* depth);
-VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t kind, uint32_t slot);
-VarEntry* DeclareSlot(CodeGenContext& cx, const char* name);
-RefString* QualifiedName(CodeGenContext& cx, const char* name);
-// Pushes a new scope (three 16-bucket tables) for `function`.
-ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function);
-// Fills the innermost scope's FunctionRecord locals/slots from its tables.
-void FillScopeRecord(CodeGenContext& cx, ScopeRecord* scope);
-
-// Unit set-up before the driver: buffers, first-compile records, the global scope.
-void BeginCompile(CodeGenContext& cx, const char* scriptName, uint8_t topLevel);
-// Finishes both buffers and hands them out; fills the global scope's record; unlinks its scope.
-void EndCompile(CodeGenContext& cx, VMBuffer** code, VMBuffer** code2);
-// Frees the context's tables, targets and scopes; the type stack too when `success`. Never
-// allocates, so it cannot fail on the failure path.
-void CleanUpContext(CodeGenContext& cx, bool success);
-
+// A new label with depth -1. Labels stay allocated after use: fix-ups and the label table may
+// still point at them.
+BranchLabel* NewLabel(const char* name);
 // Labels and branches: forward branches are written with offset 0 and patched when placed.
 // A branch whose word offset does not fit the signed 23-bit field (2^22 words or more either
 // way) ends the compile with "branch offset out of range" at the current statement.
 void PlaceLabel(CodeGenContext& cx, BranchLabel* label);
 void BranchToLabel(CodeGenContext& cx, BranchLabel* label, uint32_t opcode);
+
+// ---------------------------------------------------------------------------------------------
+// Names and patch records (names.cpp).
+
+// The kind a variable patch record carries: how the runner reaches the name.
+enum PatchKind : uint32_t {
+    kPatchUnresolved = 0,
+    kPatchBuiltin = 1,
+    kPatchLocal = 2,
+    kPatchSelf = 3,
+    kPatchMember = 4,
+    kPatchArgument = 5,
+};
+
+// The name's index in the name table, adding the pointer itself when the text is new; -1 for null.
+int32_t InternName(const char* text);
+// The same for a text the table must not keep: a copy is added when the text is new.
+int32_t InternCopy(const char* text);
+// The same for a generated text: the table keeps it when it took it, else it is released.
+int32_t InternGenerated(RefString* text);
+// `kind` is a PatchKind.
+uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind);
+// A variable patch record that points at no code (offset all ones).
+void AddVarRecordWithoutSite(const char* name, uint32_t kind);
+uint32_t AddFuncAndPatch(CodeGenContext& cx, const char* name);
+void AddStringAndPatch(CodeGenContext& cx, const char* text);
+// Emits call (0xD9, .i, argument count) with the AddFuncAndPatch index of `name`.
+void EmitCall(CodeGenContext& cx, const char* name, uint32_t argumentCount);
+// A zeroed record with its two name indices, code offset and the initial flags. Function records
+// belong to the host once compiled; the library never frees them.
+FunctionRecord* NewFunctionRecord(uint32_t nameIndex, uint32_t declaredNameIndex, uint64_t codeOffset);
+
+// ---------------------------------------------------------------------------------------------
+// Scopes and lookup (scopes.cpp).
+
+// Where a name is declared: the innermost scope whose variable table has the name's hash (names
+// are told apart by hash alone, so equal hashes share one variable).
+struct NameLookup {
+    VarEntry* entry;       // null when no scope declares the name
+    int32_t depth;         // scopes out from the innermost to the declaring one
+    ScopeRecord* scope;    // the declaring scope
+};
+
+// The lookup alone; it changes nothing. `depth` (when given) gets the depth, or the number of
+// scopes searched minus one when nothing was found.
+VarEntry* LookupName(const CodeGenContext& cx, const char* name, int32_t* depth);
+NameLookup FindDeclaration(const CodeGenContext& cx, const char* name);
+// What a use of a found name tells the functions' records: the declaring function learns that
+// `arguments`, an outer parameter or an outer variable is used, and every function out to the
+// declaring one loses "no outer use".
+void RecordNameUse(CodeGenContext& cx, const char* name, const NameLookup& found);
+// A use of a name: the lookup, then what the use tells the records.
+VarEntry* UseName(CodeGenContext& cx, const char* name, int32_t* depth);
+
+VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t kind, uint32_t slot);
+VarEntry* DeclareSlot(CodeGenContext& cx, const char* name);
+// The enclosing functions' declared names and the name, joined by '@'.
+RefString* QualifiedName(CodeGenContext& cx, const char* name);
+// Pushes a new scope (three 16-bucket tables) for `function`.
+ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function);
+// Unlinks the innermost scope and frees it; its FunctionRecord lives on.
+void PopScope(CodeGenContext& cx);
+// Frees a scope that is no longer on the list. Never allocates.
+void FreeScope(ScopeRecord* scope);
+// Fills the scope's FunctionRecord locals/slots from its tables.
+void FillScopeRecord(CodeGenContext& cx, ScopeRecord* scope);
+// The function declared under `name` in the innermost scope that has one.
+FunctionRecord* FindDeclaredFunction(const CodeGenContext& cx, const char* name);
+
+// ---------------------------------------------------------------------------------------------
+// One compile (driver.cpp).
+
+// Unit set-up before the driver: buffers, first-compile records, the global scope.
+void BeginCompile(CodeGenContext& cx, const char* scriptName, uint8_t topLevel);
+// Finishes both buffers and hands them out; fills the global scope's record; unlinks its scope.
+void EndCompile(CodeGenContext& cx, VMBuffer** code, VMBuffer** code2);
+// Frees the context's tables, targets and scopes, the type stack and the buffers it still
+// holds. Never allocates, so it cannot fail on the failure path.
+void CleanUpContext(CodeGenContext& cx);

@@ -1,10 +1,45 @@
-// The compile driver: hoists declarations on the tree, then compiles the top-level statements.
+// The compile driver: sets up and tears down one compile, hoists declarations on the tree, then
+// compiles the top-level statements.
+#include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include "codegen/codegen.h"
 #include "support/strings.h"
 
 namespace {
+
+constexpr int32_t kTypeStackEntries = 1024;
+constexpr int32_t kSlotTableBuckets = 16;
+constexpr int32_t kLabelTableBuckets = 4;
+constexpr uint32_t kNoName = 0xFFFFFFFFu;
+
+void FreeLabel(BranchLabel* label) {
+    BranchSite* site = label->pending;
+    while (site) {
+        BranchSite* next = site->next;
+        std::free(site);
+        site = next;
+    }
+    std::free(label);
+}
+
+bool ListHolds(const List& list, const void* value) {
+    for (const ListNode* node = list.first; node; node = node->next) {
+        if (node->value == value) return true;
+    }
+    return false;
+}
+
+// Frees the list's nodes and the labels they hold; a label still held further down this list or
+// by `other` is left to be freed there, so each is freed once. Never allocates: it runs on the
+// failure path, where memory may have run out.
+void FreeTargets(List& targets, const List& other) {
+    while (targets.count > 0) {
+        BranchLabel* label = static_cast<BranchLabel*>(ListPop(targets));
+        if (label && !ListHolds(targets, label) && !ListHolds(other, label)) FreeLabel(label);
+    }
+}
 
 // Inserts `node` in front of `head` and returns it as the new head.
 Node* InsertAsHead(Node* head, Node* node) {
@@ -61,6 +96,70 @@ Node* DeclareFunctionNames(Node* head) {
 }
 
 }  // namespace
+
+void BeginCompile(CodeGenContext& cx, const char* scriptName, uint8_t topLevel) {
+    BeginStackGuard(cx.guard);
+    cx.scriptName = CheckedStrdup(scriptName ? scriptName : "");
+    cx.topLevel = topLevel ? 1 : 0;
+    cx.code = CreateWriteBuffer();
+    cx.code2 = CreateWriteBuffer();
+    cx.typeStack = static_cast<uint32_t*>(CheckedMalloc(kTypeStackEntries * sizeof(uint32_t)));
+    cx.typeCapacity = kTypeStackEntries;
+    cx.typeDepth = 0;
+    cx.typeHighWater = 0;
+    InitHashTable(cx.labelTable, kLabelTableBuckets);
+    InitHashTable(cx.slotTable, kSlotTableBuckets);
+
+    if (NameArray.count == 0) {
+        AddVarRecordWithoutSite("prototype", kPatchSelf);
+        AddVarRecordWithoutSite("@@array@@", kPatchSelf);
+        AddVarRecordWithoutSite("arguments", kPatchLocal);
+    }
+
+    if (std::strcmp(cx.scriptName, "global") == 0) {
+        // A record made for a script named "global" and dropped unused: only its interned name
+        // remains, and the name ids of everything after it depend on that
+        // (BeginCompile.ScriptNamedGlobalInternsItsNameAndDropsTheRecord).
+        uint32_t index = static_cast<uint32_t>(InternCopy(cx.scriptName));
+        std::free(NewFunctionRecord(index, index, static_cast<uint64_t>(CodeOffset(cx))));
+    }
+
+    CodeGenGlobals& state = CodeGenState();
+    if (!state.root) state.root = NewFunctionRecord(kNoName, kNoName, 0);
+    PushScope(cx, state.root);
+    PushPtr(GlobalFunctionRecords, state.root);
+}
+
+// The global scope's record is filled before the buffers are handed out: until then a failure
+// leaves both buffers to the context's clean-up.
+void EndCompile(CodeGenContext& cx, VMBuffer** code, VMBuffer** code2) {
+    if (cx.scopes.last) {
+        FillScopeRecord(cx, static_cast<ScopeRecord*>(cx.scopes.last->value));
+        PopScope(cx);
+    }
+    FinishBuffer(*cx.code);
+    FinishBuffer(*cx.code2);
+    *code = cx.code;
+    *code2 = cx.code2;
+    cx.code = nullptr;
+    cx.code2 = nullptr;
+}
+
+void CleanUpContext(CodeGenContext& cx) {
+    ClearHashTable(cx.slotTable);
+    ClearHashTable(cx.labelTable);
+    FreeTargets(cx.continueTargets, cx.breakTargets);
+    FreeTargets(cx.breakTargets, cx.continueTargets);
+    while (cx.scopes.count > 0) PopScope(cx);
+    std::free(cx.typeStack);
+    cx.typeStack = nullptr;
+    cx.typeDepth = cx.typeCapacity = 0;
+    delete cx.code;
+    delete cx.code2;
+    cx.code = cx.code2 = nullptr;
+    std::free(cx.scriptName);
+    cx.scriptName = nullptr;
+}
 
 // Walks the statements depth first (skipping function bodies) without recursing on the host's
 // stack: each node's own `var` names, then those inside its children, then its successors.

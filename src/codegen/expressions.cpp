@@ -240,7 +240,7 @@ bool TakesGlobalScope(const Node* node) {
 }  // namespace
 
 void EmitPushUndefined(CodeGenContext& cx) {
-    uint32_t index = AddVarAndPatch(cx, "undefined", VarUnresolved);
+    uint32_t index = AddVarAndPatch(cx, "undefined", kPatchUnresolved);
     Emit(cx, {MakeWord1(OP_PUSH, TYPE_VARIABLE, SelectorField(SEL_UNRESOLVED)), index | kVarReference});
 }
 

@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr uint32_t kUnsetSlot = 0xFFFFFFFFu;
-constexpr uint32_t kInitialFunctionFlags = 4;
 
 // The enclosing code's view of the function: a reference made by the runner from its name index.
 // push.i qualified; conv.i.v; call @@script_ref@@ 1
@@ -17,11 +15,6 @@ void EmitFunctionReference(CodeGenContext& cx, const char* qualifiedName) {
     Emit(cx, {MakeWord1(OP_PUSH, TYPE_INT, 0), index});
     Emit(cx, {MakeWord(OP_CONV, TYPE_INT, TYPE_VARIABLE, 0)});
     EmitCall(cx, "@@script_ref@@", 1);
-}
-
-// Function records belong to the host once compiled; the library never frees them.
-__attribute__((noinline)) FunctionRecord* NewFunctionRecord() {
-    return static_cast<FunctionRecord*>(CheckedCalloc(1, sizeof(FunctionRecord)));
 }
 
 // The parameters' name indices in declaration order (null when there are none).
@@ -34,15 +27,6 @@ uint32_t* InternParameters(const Node* parameterList, int32_t* count) {
         indices[i++] = static_cast<uint32_t>(InternName(parameter->text->text));
     }
     return indices;
-}
-
-// Releases a finished function's scope; its FunctionRecord lives on in the process-wide list.
-void PopFunctionScope(CodeGenContext& cx) {
-    ScopeRecord* scope = static_cast<ScopeRecord*>(ListPop(cx.scopes));
-    ClearHashTable(scope->vars);
-    ClearHashTable(scope->slots);
-    ClearHashTable(scope->extra);
-    std::free(scope);
 }
 
 // Pops the value's type and converts it to .v unless it already is.
@@ -71,7 +55,7 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
         endFunction = NewLabel("endfunc");
         endCompile = NewLabel("endcompile");
         BranchToLabel(cx, endFunction, OP_B);
-        record = NewFunctionRecord();
+        record = NewFunctionRecord(0, 0, 0);
         record->nameIndex = static_cast<uint32_t>(InternName(qualified->text));
     } catch (...) {
         ReleaseRefString(qualified);
@@ -85,13 +69,12 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
     record->codeOffset = static_cast<uint64_t>(CodeOffset(cx));
     record->paramCount = parameterCount;
     record->params = parameters;
-    record->flags = kInitialFunctionFlags;
 
     ScopeRecord* scope = PushScope(cx, record);
-    DeclareLocal(cx, "arguments", 0, kUnsetSlot);
+    DeclareLocal(cx, "arguments", kVarEntryVariable, kUnsetSlot);
     uint32_t slot = 0;
     for (Node* parameter = parameterList ? parameterList->first : nullptr; parameter; parameter = parameter->next) {
-        DeclareLocal(cx, parameter->text->text, 1, slot++);
+        DeclareLocal(cx, parameter->text->text, kVarEntryParameter, slot++);
     }
 
     ListPush(cx.breakTargets, endCompile);
@@ -99,7 +82,7 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
     ListPop(cx.breakTargets);
 
     FillScopeRecord(cx, scope);
-    PopFunctionScope(cx);
+    PopScope(cx);
 
     PlaceLabel(cx, endCompile);
     Emit(cx, {MakeWord1(OP_RET, TYPE_SHORT, 0)});

@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr uint32_t kUnsetSlot = 0xFFFFFFFFu;
 // The value-type nibble with which a store is written as a deletion.
 constexpr uint32_t kDeleteType = 8;
 // The type reported for every unknown variable kind, whatever it was (a fixed value, kept).
@@ -23,39 +22,46 @@ bool IsIdentifier(const Node* node) { return node->kind == LEX_ID || node->kind 
 // A this keyword reads as the name "this".
 const char* IdentifierName(const Node* node) { return node->kind == LEX_THIS ? "this" : TextOf(node); }
 
-// What LookupName says about a name, as the identifier routines use it.
-struct Resolution {
-    VarEntry* entry;
-    int32_t depth;
+// What a name refers to where it is used.
+struct Reference {
+    int32_t kind;                // a VarKind
+    VarEntry* entry;             // the variable or parameter a scope declares, if looked up
+    int32_t depth;               // scopes out to the declaring one
+    FunctionRecord* function;    // a function found by its declared name instead
 };
 
-// Resolves VarUnknown: a plain variable is VarLocal, a parameter VarArgument, else VarUnresolved.
-Resolution Resolve(CodeGenContext& cx, const char* name, int32_t* kind) {
-    Resolution result{nullptr, -1};
-    if (*kind != VarUnknown) return result;
-    result.entry = LookupName(cx, name, &result.depth);
-    if (!result.entry) *kind = VarUnresolved;
-    else *kind = result.entry->kind == 0 ? VarLocal : VarArgument;
-    return result;
+// A name of a store, or of a read before its other rules: a kind other than VarUnknown stands;
+// VarUnknown is looked up (a use, which the function records learn of): a plain variable is
+// VarLocal, a parameter VarArgument, nothing VarUnresolved.
+Reference ResolveVariable(CodeGenContext& cx, const char* name, int32_t kind) {
+    Reference reference{kind, nullptr, -1, nullptr};
+    if (kind != VarUnknown) return reference;
+    reference.entry = UseName(cx, name, &reference.depth);
+    if (!reference.entry) reference.kind = VarUnresolved;
+    else reference.kind = reference.entry->kind == kVarEntryVariable ? VarLocal : VarArgument;
+    return reference;
+}
+
+// A name that is read: when neither a declared variable nor a name with a slot, a function
+// declared under the name makes it a local reference to that function; else it is unresolved,
+// unless a member.
+Reference ResolveRead(CodeGenContext& cx, const char* name, int32_t kind) {
+    Reference reference = ResolveVariable(cx, name, kind);
+    bool foundSomething = reference.entry != nullptr;
+    if (reference.kind != VarLocal && reference.kind != VarArgument) {
+        foundSomething = HashFindFirst(cx.slotTable, NameHash(name)) != nullptr;
+    }
+    if (!foundSomething) {
+        reference.function = FindDeclaredFunction(cx, name);
+        if (reference.function) reference.kind = VarLocal;
+        else if (reference.kind != VarMember) reference.kind = VarUnresolved;
+    }
+    return reference;
 }
 
 // 0xA0000000 + depth * 256 | slot
 uint32_t ArgumentOperand(int32_t depth, uint32_t slot) {
     return (kVarReference + ((static_cast<uint32_t>(depth) & 0xFFu) << 8)) | slot;
-}
-
-// The function declared under `name` in the innermost scope that has one.
-FunctionRecord* FindDeclaredFunction(CodeGenContext& cx, const char* name) {
-    uint32_t hash = NameHash(name);
-    for (ListNode* node = cx.scopes.last; node; node = node->prev) {
-        ScopeRecord* scope = static_cast<ScopeRecord*>(node->value);
-        HashEntry* entry = HashFindFirst(scope->extra, hash);
-        FunctionRecord* record = entry ? static_cast<FunctionRecord*>(entry->value) : nullptr;
-        if (!record || record->declaredNameIndex >= static_cast<uint32_t>(NameArray.count)) continue;
-        const char* declared = static_cast<const char*>(NameArray.data[record->declaredNameIndex]);
-        if (declared && name && std::strcmp(declared, name) == 0) return record;
-    }
-    return nullptr;
 }
 
 int32_t ReadSelector(int32_t kind) {
@@ -82,20 +88,21 @@ int32_t WriteSelector(int32_t kind) {
 }
 
 // push.v sel name | pushb.v -6 name | push.v -13 depth:slot
-void EmitRead(CodeGenContext& cx, const Node* node, const char* name, int32_t kind, const Resolution& found) {
+void EmitRead(CodeGenContext& cx, const Node* node, const char* name, const Reference& reference) {
+    int32_t kind = reference.kind;
     if (kind < VarUnresolved || kind > VarArgument) {
         ReportError(node->position, "unknown var type when compiling LEX_ID type=%d", kReportedUnknownKind);
     }
     uint32_t opcode = kind == VarBuiltin ? OP_PUSHB : OP_PUSH;
     uint32_t word = MakeWord1(opcode, TYPE_VARIABLE, SelectorField(ReadSelector(kind)));
     if (kind != VarArgument) {
-        uint32_t index = AddVarAndPatch(cx, name, static_cast<uint32_t>(kind));
+        uint32_t index = AddVarAndPatch(cx, name, PatchKindOf(kind));
         Emit(cx, {word, index | kVarReference});
         return;
     }
-    uint32_t slot = found.entry ? found.entry->slot : kUnsetSlot;
-    if (slot == kUnsetSlot) slot = AddVarAndPatch(cx, name, static_cast<uint32_t>(kind));
-    Emit(cx, {word, ArgumentOperand(found.depth, slot)});
+    uint32_t slot = reference.entry ? reference.entry->slot : kUnsetSlot;
+    if (slot == kUnsetSlot) slot = AddVarAndPatch(cx, name, PatchKindOf(kind));
+    Emit(cx, {word, ArgumentOperand(reference.depth, slot)});
 }
 
 // [call @@This@@ | call @@GlobalScope@@ | dup.v]; read; or the function found by name:
@@ -112,27 +119,19 @@ void CompileIdentifier(CodeGenContext& cx, Node* node, int32_t* kind, bool wantO
         PushType(cx, TYPE_VARIABLE);
         return;
     }
-    Resolution found = Resolve(cx, name, kind);
-    bool foundSomething = found.entry != nullptr;
-    if (*kind != VarLocal && *kind != VarArgument) {
-        foundSomething = HashFindFirst(cx.slotTable, NameHash(name)) != nullptr;
-    }
-    FunctionRecord* function = nullptr;
-    if (!foundSomething) {
-        function = FindDeclaredFunction(cx, name);
-        if (function) *kind = VarLocal;
-        else if (*kind != VarMember) *kind = VarUnresolved;
-    }
+    Reference reference = ResolveRead(cx, name, *kind);
+    *kind = reference.kind;
     if (wantObject) {
-        if (*kind != VarMember) EmitCall(cx, IsBuiltInFunction(name) ? "@@This@@" : "@@GlobalScope@@", 0);
+        if (reference.kind != VarMember) EmitCall(cx, IsBuiltInFunction(name) ? "@@This@@" : "@@GlobalScope@@", 0);
         else Emit(cx, {kWordDupVar});
         PushType(cx, TYPE_VARIABLE);
     }
-    if (function) {
-        Emit(cx, {MakeWord1(OP_PUSH, TYPE_INT, 0), function->nameIndex, MakeWord(OP_CONV, TYPE_INT, TYPE_VARIABLE, 0)});
+    if (reference.function) {
+        Emit(cx, {MakeWord1(OP_PUSH, TYPE_INT, 0), reference.function->nameIndex,
+                  MakeWord(OP_CONV, TYPE_INT, TYPE_VARIABLE, 0)});
         EmitCall(cx, "@@script_ref@@", 1);
     } else {
-        EmitRead(cx, node, name, *kind, found);
+        EmitRead(cx, node, name, reference);
     }
     PushType(cx, TYPE_VARIABLE);
 }
@@ -203,13 +202,14 @@ void CompileStore(CodeGenContext& cx, Node* target, int32_t* kind, uint32_t type
     }
     if (target->kind != LEX_ID) ReportError(target->position, "Assignment error - left hand side is malformed");
     const char* name = TextOf(target);
-    Resolution found = Resolve(cx, name, kind);
-    uint32_t word = MakeWord(OP_POP, TYPE_VARIABLE, type, SelectorField(WriteSelector(*kind)));
-    if (*kind == VarArgument) {
-        Emit(cx, {word, ArgumentOperand(found.depth, found.entry ? found.entry->slot : kUnsetSlot)});
+    Reference reference = ResolveVariable(cx, name, *kind);
+    *kind = reference.kind;
+    uint32_t word = MakeWord(OP_POP, TYPE_VARIABLE, type, SelectorField(WriteSelector(reference.kind)));
+    if (reference.kind == VarArgument) {
+        Emit(cx, {word, ArgumentOperand(reference.depth, reference.entry ? reference.entry->slot : kUnsetSlot)});
         return;
     }
-    uint32_t index = AddVarAndPatch(cx, name, static_cast<uint32_t>(*kind));
+    uint32_t index = AddVarAndPatch(cx, name, PatchKindOf(reference.kind));
     Emit(cx, {word, index | kVarReference});
 }
 

@@ -67,11 +67,6 @@ bool CompoundOperator(uint32_t kind, OperatorWord* word) {
     }
 }
 
-// A missing child compiles to nothing; the following pop then yields whatever is there.
-void CompileIfPresent(CodeGenContext& cx, Node* node) {
-    if (node) CompileExpression(cx, node, false);
-}
-
 // A: dup.T; conv.T.b 0x0100; <branch> else; [conv.T.v]; b endif;
 // else: popz.T; B; [conv.U.v]; endif:
 void CompileValueSelect(CodeGenContext& cx, Node* node, uint32_t branchOpcode) {

@@ -19,16 +19,13 @@ struct CurrentStatement {
     const Node* saved;
 };
 
-constexpr uint32_t kUnsetSlot = 0xFFFFFFFFu;
-constexpr uint32_t kSelectorUnresolved = 0xFFF5u;   // -11
-constexpr uint32_t kSelectorLocal = 0xFFF4u;        // -12
 // The second-type nibble that marks a declaration's pop word.
 constexpr uint32_t kDeclarationType = 9;
 constexpr uint32_t kBoolConvField = 0x0100u;
 constexpr uint32_t kHookOperandUnset = 0xFFFFFFFFu;
 
 // pop.v with the declaration nibble and selector -12: declares a local.
-constexpr uint32_t kWordDeclareLocal = MakeWord(OP_POP, TYPE_VARIABLE, kDeclarationType, kSelectorLocal);
+constexpr uint32_t kWordDeclareLocal = MakeWord(OP_POP, TYPE_VARIABLE, kDeclarationType, SelectorField(SEL_LOCAL));
 // The for-in loop's end test, written as a fixed word (declaration nibble included).
 constexpr uint32_t kWordForInDone = MakeWord(OP_SET, TYPE_VARIABLE, kDeclarationType, CMP_SEQ << 8);
 constexpr uint32_t kWordDupVar = MakeWord1(OP_DUP, TYPE_VARIABLE, 0);
@@ -50,11 +47,6 @@ void PopTargets(CodeGenContext& cx) {
     ListPop(cx.continueTargets);
 }
 
-// Compiles an expression child when the parser produced one.
-void CompileOptionalExpression(CodeGenContext& cx, Node* node) {
-    if (node) CompileExpression(cx, node, false);
-}
-
 void CompileOptionalStatement(CodeGenContext& cx, Node* node, int flag) {
     if (node) CompileStatement(cx, node, flag);
 }
@@ -73,7 +65,7 @@ void EmitCommonTail(CodeGenContext& cx) {
 
 // pop.v(9) -12 declaration of `name` as a local, with the given operand marker.
 void EmitLocalDeclaration(CodeGenContext& cx, const char* name, uint32_t marker) {
-    uint32_t index = AddVarAndPatch(cx, name, VarLocal);
+    uint32_t index = AddVarAndPatch(cx, name, kPatchLocal);
     Emit(cx, {kWordDeclareLocal, index | marker});
 }
 
@@ -84,7 +76,7 @@ void StoreTo(CodeGenContext& cx, Node* target, int32_t kind, uint32_t type) {
 // value; pop into target
 void CompileAssignmentStatement(CodeGenContext& cx, Node* node) {
     Node* target = node->first;
-    CompileOptionalExpression(cx, target ? target->next : nullptr);
+    CompileIfPresent(cx, target ? target->next : nullptr);
     uint32_t type = PopType(cx);
     StoreTo(cx, target, VarUnknown, type);
 }
@@ -94,7 +86,7 @@ void CompileIf(CodeGenContext& cx, Node* node) {
     BranchLabel* endIf = NewLabel("endif");
     BranchLabel* elseLabel = NewLabel("else");
     Node* condition = node->first;
-    CompileOptionalExpression(cx, condition);
+    CompileIfPresent(cx, condition);
     PopAsBool(cx);
     BranchToLabel(cx, elseLabel, OP_BF);
     Node* thenStatement = condition ? condition->next : nullptr;
@@ -116,7 +108,7 @@ void CompileDo(CodeGenContext& cx, Node* node) {
     CompileOptionalStatement(cx, body, 1);
     PopTargets(cx);
     PlaceLabel(cx, iterateDo);
-    CompileOptionalExpression(cx, body ? body->next : nullptr);
+    CompileIfPresent(cx, body ? body->next : nullptr);
     PopAsBool(cx);
     BranchToLabel(cx, startDo, OP_BT);
     PlaceLabel(cx, endDo);
@@ -128,7 +120,7 @@ void CompileWhile(CodeGenContext& cx, Node* node) {
     BranchLabel* endWhile = NewLabel("endwhile");
     PlaceLabel(cx, startWhile);
     Node* condition = node->first;
-    CompileOptionalExpression(cx, condition);
+    CompileIfPresent(cx, condition);
     PopAsBool(cx);
     BranchToLabel(cx, endWhile, OP_BF);
     PushTargets(cx, endWhile, startWhile);
@@ -149,14 +141,14 @@ void CompileClassicFor(CodeGenContext& cx, Node* node) {
     BranchLabel* endFor = NewLabel("endfor");
     BranchLabel* iterateFor = NewLabel("iteratefor");
     PlaceLabel(cx, startFor);
-    CompileOptionalExpression(cx, condition);
+    CompileIfPresent(cx, condition);
     PopAsBool(cx);
     BranchToLabel(cx, endFor, OP_BF);
     PushTargets(cx, endFor, iterateFor);
     CompileOptionalStatement(cx, body, 1);
     PopTargets(cx);
     PlaceLabel(cx, iterateFor);
-    CompileOptionalExpression(cx, iteration);
+    CompileIfPresent(cx, iteration);
     EmitCommonTail(cx);
     BranchToLabel(cx, startFor, OP_B);
     PlaceLabel(cx, endFor);
@@ -175,7 +167,7 @@ void CompileForIn(CodeGenContext& cx, Node* node) {
     int32_t storeKind = VarUnknown;
     if (variable->kind == LEX_VAR) {
         target = variable->first;
-        DeclareLocal(cx, target->text->text, 0, kUnsetSlot);
+        DeclareLocal(cx, target->text->text, kVarEntryVariable, kUnsetSlot);
         // The loop variable's declaration carries the reference marker, deliberately.
         EmitLocalDeclaration(cx, target->text->text, kVarReference);
         storeKind = VarLocal;
@@ -183,7 +175,7 @@ void CompileForIn(CodeGenContext& cx, Node* node) {
 
     BranchLabel* startForIn = NewLabel("startforin");
     BranchLabel* endForIn = NewLabel("endforin");
-    CompileOptionalExpression(cx, object);
+    CompileIfPresent(cx, object);
     EmitConvToVariable(cx, PopType(cx));
     EmitCall(cx, "@@ForInIterator@@", 1);
     PushType(cx, TYPE_VARIABLE);
@@ -277,7 +269,7 @@ void CompileReturn(CodeGenContext& cx, Node* node) {
 
 // value; conv.T.v; call @@throw@@ 1
 void CompileThrow(CodeGenContext& cx, Node* node) {
-    CompileOptionalExpression(cx, node->first);
+    CompileIfPresent(cx, node->first);
     EmitConvToVariable(cx, PopType(cx));
     EmitCall(cx, "@@throw@@", 1);
 }
@@ -286,7 +278,7 @@ void CompileThrow(CodeGenContext& cx, Node* node) {
 void CompileVar(CodeGenContext& cx, Node* node) {
     for (Node* declarator = node->first; declarator; declarator = declarator->next) {
         const char* name = declarator->text->text;
-        DeclareLocal(cx, name, 0, kUnsetSlot);
+        DeclareLocal(cx, name, kVarEntryVariable, kUnsetSlot);
         EmitLocalDeclaration(cx, name, kVarDeclaration);
         if (declarator->first) {
             CompileExpression(cx, declarator->first, false);
@@ -303,15 +295,15 @@ void CompileFunctionDeclaration(CodeGenContext& cx, Node* node) {
     const char* name = nameNode->text->text;
     CompileFunction(cx, nameNode, name);
     if (cx.topLevel) {
-        int32_t depth = 0;
-        LookupName(cx, name, &depth);
-        uint32_t index = AddVarAndPatch(cx, name, VarSelf);
-        Emit(cx, {MakeWord(OP_POP, TYPE_VARIABLE, TYPE_VARIABLE, kSelectorUnresolved), index | kVarDeclaration});
+        // The name's use tells the enclosing functions' records, as a read would.
+        UseName(cx, name, nullptr);
+        uint32_t index = AddVarAndPatch(cx, name, kPatchSelf);
+        Emit(cx, {MakeWord(OP_POP, TYPE_VARIABLE, TYPE_VARIABLE, SelectorField(SEL_UNRESOLVED)), index | kVarDeclaration});
     } else {
-        DeclareLocal(cx, name, 0, kUnsetSlot);
+        DeclareLocal(cx, name, kVarEntryVariable, kUnsetSlot);
         EmitLocalDeclaration(cx, name, kVarDeclaration);
-        uint32_t index = AddVarAndPatch(cx, name, VarLocal);
-        Emit(cx, {MakeWord(OP_POP, TYPE_VARIABLE, TYPE_VARIABLE, kSelectorLocal), index | kVarDeclaration});
+        uint32_t index = AddVarAndPatch(cx, name, kPatchLocal);
+        Emit(cx, {MakeWord(OP_POP, TYPE_VARIABLE, TYPE_VARIABLE, SelectorField(SEL_LOCAL)), index | kVarDeclaration});
     }
 }
 
@@ -322,7 +314,7 @@ void CompileSwitch(CodeGenContext& cx, Node* node) {
     BranchLabel* endSwitch = NewLabel("endSwitch");
     BranchLabel* startSwitch = NewLabel("startSwitch");
     Node* discriminant = node->first;
-    CompileOptionalExpression(cx, discriminant);
+    CompileIfPresent(cx, discriminant);
     uint32_t discriminantType = PopType(cx);
     ListPush(cx.continueTargets, startSwitch);
     ListPush(cx.breakTargets, endSwitch);
@@ -335,7 +327,7 @@ void CompileSwitch(CodeGenContext& cx, Node* node) {
             BranchLabel* label = NewLabel("case");
             clauses.push_back({label, value ? value->next : nullptr});
             Emit(cx, {MakeWord1(OP_DUP, discriminantType, 0)});
-            CompileOptionalExpression(cx, value);
+            CompileIfPresent(cx, value);
             uint32_t valueType = PopType(cx);
             Emit(cx, {MakeWord(OP_SET, valueType, discriminantType, CMP_SEQ << 8)});
             BranchToLabel(cx, label, OP_BT);

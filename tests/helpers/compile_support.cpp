@@ -142,7 +142,7 @@ TestCompile::TestCompile(const char* scriptName, uint8_t topLevel) {
     BeginCompile(cx, scriptName, topLevel);
 }
 
-TestCompile::~TestCompile() { CleanUpContext(cx, true); }
+TestCompile::~TestCompile() { CleanUpContext(cx); }
 
 std::vector<uint32_t> TestCompile::Words() const {
     std::vector<uint32_t> words;

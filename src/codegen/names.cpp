@@ -1,0 +1,108 @@
+// Names and patch records: interning into the process-wide name table, and the records that tell
+// a host where in the code a variable, function or string index is to be filled in.
+#include <cstdio>
+#include <cstdlib>
+
+#include "codegen/context.h"
+
+namespace {
+
+constexpr uint32_t kNoName = 0xFFFFFFFFu;
+constexpr uint64_t kNoUseSite = ~0ull;
+
+PatchRecord* NewPatchRecord(uint32_t nameIndex, uint32_t kind, uint64_t codeOffset) {
+    PatchRecord* record = static_cast<PatchRecord*>(CheckedMalloc(sizeof(PatchRecord)));
+    record->nameIndex = nameIndex;
+    record->kind = kind;
+    record->codeOffset = codeOffset;
+    return record;
+}
+
+// A copy of a name for the name table, which keeps it for the life of the process.
+__attribute__((noinline)) char* CopyNameForTable(const char* text) { return CheckedStrdup(text); }
+
+}  // namespace
+
+int32_t InternName(const char* text) {
+    if (!text) return -1;
+    int32_t index = FindName(text);
+    return index >= 0 ? index : PushName(text);
+}
+
+int32_t InternCopy(const char* text) {
+    int32_t index = FindName(text);
+    if (index >= 0) return index;
+    char* copy = CopyNameForTable(text);
+    try {
+        return PushName(copy);
+    } catch (...) {
+        std::free(copy);
+        throw;
+    }
+}
+
+int32_t InternGenerated(RefString* text) {
+    int32_t index;
+    try {
+        index = InternName(text->text);
+    } catch (...) {
+        ReleaseRefString(text);
+        throw;
+    }
+    if (NameArray.data[index] != text->text) ReleaseRefString(text);
+    return index;
+}
+
+uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind) {
+    if (!name) {
+        std::printf("ERROR! :: AddVarAndPatch :: Invalid NULL\n");
+        return kNoName;
+    }
+    uint32_t index = static_cast<uint32_t>(InternName(name));
+    PushPtr(GlobalVarList, NewPatchRecord(index, kind, static_cast<uint64_t>(CodeOffset(cx))));
+    return index;
+}
+
+void AddVarRecordWithoutSite(const char* name, uint32_t kind) {
+    PushPtr(GlobalVarList, NewPatchRecord(static_cast<uint32_t>(InternName(name)), kind, kNoUseSite));
+}
+
+uint32_t AddFuncAndPatch(CodeGenContext& cx, const char* name) {
+    if (!name) {
+        std::printf("ERROR! :: AddFuncAndPatch :: Invalid NULL\n");
+        return kNoName;
+    }
+    uint32_t index = static_cast<uint32_t>(InternName(name));
+    PushPtr(GlobalFuncList, NewPatchRecord(index, 0, static_cast<uint64_t>(CodeOffset(cx))));
+    return index;
+}
+
+// push.s index (the patch record points at the operand word)
+void AddStringAndPatch(CodeGenContext& cx, const char* text) {
+    Emit(cx, {MakeWord1(OP_PUSH, TYPE_STRING, 0)});
+    if (!text) {
+        // "Error!" is capitalised unlike the other two messages: hosts that scan the library's
+        // output match each text as it stands (PatchRecords.NullStringPrintsWithItsOwnCapitalisationAndWritesAllOnes).
+        std::printf("Error! :: AddStringAndPatch :: Invalid NULL\n");
+        Emit(cx, {kNoName});
+        return;
+    }
+    uint32_t index = static_cast<uint32_t>(InternName(text));
+    PushPtr(GlobalStringList, NewPatchRecord(index, 0, static_cast<uint64_t>(CodeOffset(cx))));
+    Emit(cx, {index});
+}
+
+// call.i argumentCount, name index
+void EmitCall(CodeGenContext& cx, const char* name, uint32_t argumentCount) {
+    uint32_t index = AddFuncAndPatch(cx, name);
+    Emit(cx, {MakeWord1(OP_CALL, TYPE_INT, argumentCount & 0xFFFFu), index});
+}
+
+FunctionRecord* NewFunctionRecord(uint32_t nameIndex, uint32_t declaredNameIndex, uint64_t codeOffset) {
+    FunctionRecord* record = static_cast<FunctionRecord*>(CheckedCalloc(1, sizeof(FunctionRecord)));
+    record->nameIndex = nameIndex;
+    record->declaredNameIndex = declaredNameIndex;
+    record->codeOffset = codeOffset;
+    record->flags = kInitialFunctionFlags;
+    return record;
+}

@@ -1,0 +1,195 @@
+// Scopes and lookup: one scope per function being compiled (the global scope first), each with
+// its declared variables, the names that took a slot, and the functions declared in it.
+#include <cstdlib>
+#include <cstring>
+
+#include "codegen/context.h"
+
+namespace {
+
+constexpr int32_t kScopeBuckets = 16;
+
+ScopeRecord* ScopeOf(const ListNode* node) { return static_cast<ScopeRecord*>(node->value); }
+
+const char* VarEntryText(const VarEntry* entry) { return (*entry->name)->text; }
+
+VarEntry* NewVarEntry(const char* name, uint32_t kind, uint32_t slot) {
+    VarEntry* entry = static_cast<VarEntry*>(CheckedMalloc(sizeof(VarEntry)));
+    entry->name = NewRefHandle(NewRefString(name));
+    entry->kind = kind;
+    entry->slot = slot;
+    return entry;
+}
+
+uint32_t NextSlot() { return CodeGenState().slotCounter++; }
+
+// The first entry of the key's bucket with an equal hash, if it carries a value.
+void* FindValue(const HashTable& table, uint32_t hash) {
+    HashEntry* entry = HashFindFirst(table, hash);
+    return entry ? entry->value : nullptr;
+}
+
+// Pairs (qualified name index, name index) for every entry in bucket order.
+uint32_t* NamePairs(CodeGenContext& cx, const HashTable& table) {
+    uint32_t* pairs = static_cast<uint32_t*>(CheckedMalloc(static_cast<size_t>(table.count) * 8));
+    int32_t used = 0;
+    if (!table.buckets) return pairs;
+    try {
+        for (int32_t bucket = 0; bucket <= table.mask; bucket++) {
+            for (HashEntry* entry = table.buckets[bucket].first; entry; entry = entry->next) {
+                const VarEntry* var = static_cast<const VarEntry*>(entry->value);
+                int32_t qualifiedIndex = InternGenerated(QualifiedName(cx, VarEntryText(var)));
+                pairs[used * 2] = static_cast<uint32_t>(qualifiedIndex);
+                pairs[used * 2 + 1] = static_cast<uint32_t>(InternName(VarEntryText(var)));
+                used++;
+            }
+        }
+    } catch (...) {
+        std::free(pairs);
+        throw;
+    }
+    return pairs;
+}
+
+}  // namespace
+
+NameLookup FindDeclaration(const CodeGenContext& cx, const char* name) {
+    uint32_t hash = NameHash(name);
+    NameLookup found{nullptr, -1, nullptr};
+    for (ListNode* node = cx.scopes.last; node; node = node->prev) {
+        found.depth++;
+        if (VarEntry* entry = static_cast<VarEntry*>(FindValue(ScopeOf(node)->vars, hash))) {
+            found.entry = entry;
+            found.scope = ScopeOf(node);
+            break;
+        }
+    }
+    return found;
+}
+
+VarEntry* LookupName(const CodeGenContext& cx, const char* name, int32_t* depth) {
+    NameLookup found = FindDeclaration(cx, name);
+    if (depth) *depth = found.depth;
+    return found.entry;
+}
+
+void RecordNameUse(CodeGenContext& cx, const char* name, const NameLookup& found) {
+    if (!found.entry) return;
+    FunctionRecord* record = found.scope->function;
+    bool parameter = found.entry->kind == kVarEntryParameter;
+    bool variable = found.entry->kind == kVarEntryVariable;
+    if (name && std::strcmp(name, "arguments") == 0) {
+        if (record) record->flags |= kFlagArgumentsOrOuterParameter;
+    } else if (record) {
+        if (variable && found.depth > 0) record->flags |= kFlagOuterVariable;
+        if (parameter && found.depth >= 1) record->flags |= kFlagArgumentsOrOuterParameter;
+    }
+    // A variable (even the function's own) or an outer parameter is a use that reaches out of
+    // every function from the innermost to the declaring one.
+    bool outerUse = variable || (parameter && found.depth >= 1);
+    if (!outerUse) return;
+    for (ListNode* node = cx.scopes.last; node; node = node->prev) {
+        ScopeRecord* scope = ScopeOf(node);
+        if (scope->function) scope->function->flags &= ~kFlagNoOuterUse;
+        if (scope == found.scope) break;
+    }
+}
+
+VarEntry* UseName(CodeGenContext& cx, const char* name, int32_t* depth) {
+    NameLookup found = FindDeclaration(cx, name);
+    if (depth) *depth = found.depth;
+    RecordNameUse(cx, name, found);
+    return found.entry;
+}
+
+VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t kind, uint32_t slot) {
+    ScopeRecord* scope = ScopeOf(cx.scopes.last);
+    uint32_t hash = NameHash(name);
+    if (VarEntry* existing = static_cast<VarEntry*>(FindValue(scope->vars, hash))) return existing;
+    VarEntry* entry = NewVarEntry(name, kind, slot == kUnsetSlot ? NextSlot() : slot);
+    HashInsertHashed(scope->vars, hash, entry);
+    return entry;
+}
+
+VarEntry* DeclareSlot(CodeGenContext& cx, const char* name) {
+    ScopeRecord* scope = ScopeOf(cx.scopes.last);
+    uint32_t hash = NameHash(name);
+    if (VarEntry* existing = static_cast<VarEntry*>(FindValue(scope->slots, hash))) return existing;
+    VarEntry* entry = NewVarEntry(name, kVarEntryVariable, NextSlot());
+    HashInsertHashed(scope->slots, hash, entry);
+    HashInsertHashed(cx.slotTable, hash, entry);
+    return entry;
+}
+
+RefString* QualifiedName(CodeGenContext& cx, const char* name) {
+    StringBuilder text{};
+    try {
+        for (ListNode* node = cx.scopes.first; node; node = node->next) {
+            const FunctionRecord* record = ScopeOf(node)->function;
+            if (!record || record->declaredNameIndex >= static_cast<uint32_t>(NameArray.count)) continue;
+            const char* declared = static_cast<const char*>(NameArray.data[record->declaredNameIndex]);
+            if (!declared || !declared[0]) continue;
+            AppendText(text, declared);
+            AppendText(text, "@");
+        }
+        AppendText(text, name ? name : "");
+        return AdoptRefString(text.text);
+    } catch (...) {
+        FreeStringBuilder(text);
+        throw;
+    }
+}
+
+ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function) {
+    ScopeRecord* scope = static_cast<ScopeRecord*>(CheckedCalloc(1, sizeof(ScopeRecord)));
+    try {
+        InitHashTable(scope->vars, kScopeBuckets);
+        InitHashTable(scope->slots, kScopeBuckets);
+        InitHashTable(scope->extra, kScopeBuckets);
+        scope->function = function;
+        ListPush(cx.scopes, scope);
+    } catch (...) {
+        FreeScope(scope);
+        throw;
+    }
+    return scope;
+}
+
+void FreeScope(ScopeRecord* scope) {
+    ClearHashTable(scope->vars);
+    ClearHashTable(scope->slots);
+    ClearHashTable(scope->extra);
+    std::free(scope);
+}
+
+void PopScope(CodeGenContext& cx) { FreeScope(static_cast<ScopeRecord*>(ListPop(cx.scopes))); }
+
+// Both arrays are made before the record changes, so a host never sees a count that does not
+// match its array.
+void FillScopeRecord(CodeGenContext& cx, ScopeRecord* scope) {
+    FunctionRecord* record = scope->function;
+    if (!record) return;
+    uint32_t* locals = NamePairs(cx, scope->vars);
+    uint32_t* slots;
+    try {
+        slots = NamePairs(cx, scope->slots);
+    } catch (...) {
+        std::free(locals);
+        throw;
+    }
+    record->localCount = static_cast<uint32_t>(scope->vars.count);
+    record->locals = locals;
+    record->slotCount = static_cast<uint32_t>(scope->slots.count);
+    record->slots = slots;
+}
+
+FunctionRecord* FindDeclaredFunction(const CodeGenContext& cx, const char* name) {
+    uint32_t hash = NameHash(name);
+    for (ListNode* node = cx.scopes.last; node; node = node->prev) {
+        FunctionRecord* record = static_cast<FunctionRecord*>(FindValue(ScopeOf(node)->extra, hash));
+        if (!record || record->declaredNameIndex >= static_cast<uint32_t>(NameArray.count)) continue;
+        const char* declared = static_cast<const char*>(NameArray.data[record->declaredNameIndex]);
+        if (declared && name && std::strcmp(declared, name) == 0) return record;
+    }
+    return nullptr;
+}
