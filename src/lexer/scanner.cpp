@@ -21,12 +21,6 @@ void Take(Lexer* lexer, StringBuilder& text) {
     Step(lexer);
 }
 
-uint32_t DigitValue(uint32_t digit) {
-    if (digit >= '0' && digit <= '9') return digit - '0';
-    if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
-    return digit - 'A' + 10;
-}
-
 void StoreToken(Lexer* lexer, int32_t kind, const char* text) {
     RefString* stored = NewRefString(text);
     lexer->tokenKind = kind;
@@ -138,7 +132,7 @@ bool ScanEscape(Lexer* lexer, StringBuilder& text, uint32_t* value) {
             uint32_t result = 0;
             for (int digits = 0; digits < 4 && IsHexDigit(lexer->next); digits++) {
                 Advance(lexer);
-                result = result * 16 + DigitValue(lexer->current);
+                result = result * 16 + HexDigitValue(lexer->current);
             }
             *value = result;
             return true;
@@ -148,10 +142,10 @@ bool ScanEscape(Lexer* lexer, StringBuilder& text, uint32_t* value) {
                 ReportStringError(lexer, text, "malformed hexadecimal character escape sequence");
             }
             Advance(lexer);
-            uint32_t result = DigitValue(lexer->current);
+            uint32_t result = HexDigitValue(lexer->current);
             if (IsHexDigit(lexer->next)) {
                 Advance(lexer);
-                result = result * 16 + DigitValue(lexer->current);
+                result = result * 16 + HexDigitValue(lexer->current);
             }
             *value = result;
             return true;
@@ -160,10 +154,10 @@ bool ScanEscape(Lexer* lexer, StringBuilder& text, uint32_t* value) {
             break;
     }
     if (IsOctalDigit(c)) {
-        uint32_t result = DigitValue(c);
+        uint32_t result = HexDigitValue(c);
         for (int digits = 1; digits < 3 && IsOctalDigit(lexer->next); digits++) {
             Advance(lexer);
-            result = result * 8 + DigitValue(lexer->current);
+            result = result * 8 + HexDigitValue(lexer->current);
         }
         *value = result;
         return true;

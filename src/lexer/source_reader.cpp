@@ -46,13 +46,13 @@ uint32_t DecodeCharacter(const uint8_t* at, const uint8_t* end, uint32_t* codePo
     return 2;
 }
 
+}  // namespace
+
 uint32_t HexDigitValue(uint32_t digit) {
     if (digit >= '0' && digit <= '9') return digit - '0';
     if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
     return digit - 'A' + 10;
 }
-
-}  // namespace
 
 Lexer* MakeLexer(RefString* source, RefString* fileName) {
     Lexer* lexer = static_cast<Lexer*>(CheckedCalloc(1, sizeof(Lexer)));

@@ -42,3 +42,5 @@ bool IsIdentifierPart(uint32_t codePoint);
 bool IsDecimalDigit(uint32_t codePoint);
 bool IsHexDigit(uint32_t codePoint);
 bool IsOctalDigit(uint32_t codePoint);
+// The value of a decimal, hexadecimal or (by the same rule) octal digit character.
+uint32_t HexDigitValue(uint32_t digit);

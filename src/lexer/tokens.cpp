@@ -95,6 +95,8 @@ void MatchToken(Lexer* lexer, int32_t kind) {
     ScanToken(lexer);
 }
 
+void ConsumeToken(Lexer* lexer) { MatchToken(lexer, lexer->tokenKind); }
+
 int32_t MatchEitherToken(Lexer* lexer, int32_t first, int32_t second) {
     int32_t kind = lexer->tokenKind;
     if (kind != first && kind != second) {

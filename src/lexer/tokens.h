@@ -98,5 +98,7 @@ int32_t LookupKeyword(const char* text);
 RefString* TokenKindName(int32_t kind);
 // Reports "Got '%s' (%s) expected '%s'" on a mismatch, else scans the next token.
 void MatchToken(Lexer* lexer, int32_t kind);
+// Consumes the current token, whatever it is.
+void ConsumeToken(Lexer* lexer);
 // Reports "Got '%s' (%s) expected '%s' or '%s'" when neither; returns the kind matched.
 int32_t MatchEitherToken(Lexer* lexer, int32_t first, int32_t second);

@@ -10,9 +10,6 @@
 
 namespace {
 
-// Consumes the current token, whatever it is.
-void Consume(Lexer* lexer) { MatchToken(lexer, lexer->tokenKind); }
-
 bool IsAssignmentOperator(int32_t kind) {
     return kind == '=' || (kind >= LEX_PLUSEQUAL && kind <= LEX_XOREQUAL);
 }
@@ -135,7 +132,7 @@ Node* ParseBinary(Parser* parser, int32_t minLevel) {
         } else {
             PushOperator(parser, MakeTokenNode(lexer), level);
         }
-        Consume(lexer);
+        ConsumeToken(lexer);
         firstOfRun = level != kLevelMultiplicative;
     }
     while (parser->operatorCount > operatorBase) Reduce(parser);
@@ -186,7 +183,7 @@ Node* ParseAssignment(Parser* parser) {
     Node* left = ParseConditional(parser);
     if (lexer->tokenKind == LEX_ARROW) {
         Node* node = MakeTokenNode(lexer);
-        Consume(lexer);
+        ConsumeToken(lexer);
         AppendChild(node, left);
         if (lexer->tokenKind == '{') {
             ParseBlock(parser, node);
@@ -198,7 +195,7 @@ Node* ParseAssignment(Parser* parser) {
     if (IsAssignmentOperator(lexer->tokenKind)) {
         Node* node = MakeTokenNode(lexer);
         AppendChild(node, left);
-        Consume(lexer);
+        ConsumeToken(lexer);
         AppendChild(node, ParseAssignment(parser));
         return node;
     }
@@ -262,7 +259,7 @@ Node* ParseUnary(Parser* parser) {
     while (IsPrefixOperator(lexer->tokenKind)) {
         if (++chain > kMaxPrefixChain) ReportError(&lexer->position, "nesting too deep");
         Node* n = MakeTokenNode(lexer);
-        Consume(lexer);
+        ConsumeToken(lexer);
         if (innermost) {
             AppendChild(innermost, n);
         } else {
@@ -275,7 +272,7 @@ Node* ParseUnary(Parser* parser) {
         Node* p = MakeTokenNode(lexer);
         p->kind = lexer->tokenKind == LEX_PLUSPLUS ? LEX_POSTPLUSPLUS : LEX_POSTMINUSMINUS;
         AppendChild(p, operand);
-        Consume(lexer);
+        ConsumeToken(lexer);
         operand = p;
     }
     if (!innermost) return operand;

@@ -33,6 +33,23 @@ Node* MakeTokenNode(Lexer* lexer) {
     return MakeNode(static_cast<uint32_t>(lexer->tokenKind), *lexer->tokenText, &lexer->position);
 }
 
+Node* MakeCurrentNode(Lexer* lexer, uint32_t kind) {
+    return MakeNode(kind, *lexer->tokenText, &lexer->position);
+}
+
+Node* MakeTextNode(Lexer* lexer, uint32_t kind, const char* text) {
+    RefString* string = NewRefString(text);
+    Node* node;
+    try {
+        node = MakeNode(kind, string, &lexer->position);
+    } catch (...) {
+        ReleaseRefString(string);
+        throw;
+    }
+    ReleaseRefString(string);
+    return node;
+}
+
 void AppendChild(Node* parent, Node* child) {
     if (parent->last) {
         child->prev = parent->last;

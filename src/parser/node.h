@@ -24,6 +24,10 @@ struct Node {
 Node* MakeNode(uint32_t kind, RefString* text, const SourcePosition* position);
 // A node from the lexer's current token kind, token text and current position.
 Node* MakeTokenNode(Lexer* lexer);
+// A node of `kind` carrying the current token's text and the lexer's position.
+Node* MakeCurrentNode(Lexer* lexer, uint32_t kind);
+// A node with its own copy of `text`, made at the lexer's position.
+Node* MakeTextNode(Lexer* lexer, uint32_t kind, const char* text);
 void AppendChild(Node* parent, Node* child);
 // The subtree as text (never recursing on the host's stack).
 RefString* DumpTree(const Node* node, int level);

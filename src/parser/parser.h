@@ -53,3 +53,4 @@ Node* ParseUnary(Parser* parser);
 Node* ParseMemberCall(Parser* parser, bool inNew);
 Node* ParsePrimary(Parser* parser);
 void ParseBlock(Parser* parser, Node* parent);
+void ParseParameters(Parser* parser, Node* function);

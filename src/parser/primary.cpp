@@ -14,28 +14,6 @@ namespace {
 // The helpers below stay out of line so that ParsePrimary and ParseMemberCall, which every
 // level of nesting passes through, keep small stack frames.
 
-// Consumes the current token, whatever it is.
-void Consume(Lexer* lexer) { MatchToken(lexer, lexer->tokenKind); }
-
-// A node of `kind` carrying the current token's text and the lexer's position.
-Node* MakeCurrentNode(Lexer* lexer, uint32_t kind) {
-    return MakeNode(kind, *lexer->tokenText, &lexer->position);
-}
-
-// A node with its own text, made at the lexer's position.
-Node* MakeTextNode(Lexer* lexer, uint32_t kind, const char* text) {
-    RefString* string = NewRefString(text);
-    Node* node;
-    try {
-        node = MakeNode(kind, string, &lexer->position);
-    } catch (...) {
-        ReleaseRefString(string);
-        throw;
-    }
-    ReleaseRefString(string);
-    return node;
-}
-
 // FunctionExpression -> 'function' [id] '(' [id (',' id)*] ')' Block
 [[gnu::noinline]] Node* ParseFunctionExpression(Parser* parser) {
     Lexer* lexer = parser->lexer;
@@ -48,17 +26,7 @@ Node* MakeTextNode(Lexer* lexer, uint32_t kind, const char* text) {
         // The anonymous name slot takes the following token's text ("(" normally); kept so.
         AppendChild(f, MakeCurrentNode(lexer, LEX_UNDEFINED));
     }
-    Node* params = MakeTokenNode(lexer);
-    MatchToken(lexer, '(');
-    AppendChild(f, params);
-    if (lexer->tokenKind == ')') {
-        ScanToken(lexer);
-    } else {
-        do {
-            AppendChild(params, MakeTokenNode(lexer));
-            MatchToken(lexer, LEX_ID);
-        } while (MatchEitherToken(lexer, ',', ')') != ')');
-    }
+    ParseParameters(parser, f);
     ParseBlock(parser, f);
     return f;
 }
@@ -78,12 +46,12 @@ Node* MakeTextNode(Lexer* lexer, uint32_t kind, const char* text) {
                 return arr;
             case ',':
                 AppendChild(arr, MakeCurrentNode(lexer, LEX_ELISION));
-                Consume(lexer);
+                ConsumeToken(lexer);
                 break;
             default:
                 // A missing comma between elements is tolerated on purpose: [1 2] has two.
                 AppendChild(arr, ParseAssignment(parser));
-                if (lexer->tokenKind == ',') Consume(lexer);
+                if (lexer->tokenKind == ',') ConsumeToken(lexer);
                 break;
         }
     }
@@ -333,6 +301,22 @@ Node* ParsePrimary(Parser* parser) {
         default:
             ReportNoOperand(parser);
     }
+}
+
+// Parameters -> '(' [id (',' id)*] ')', as a '(' node of the function
+void ParseParameters(Parser* parser, Node* function) {
+    Lexer* lexer = parser->lexer;
+    Node* params = MakeTokenNode(lexer);
+    AppendChild(function, params);
+    MatchToken(lexer, '(');
+    if (lexer->tokenKind == ')') {
+        ScanToken(lexer);
+        return;
+    }
+    do {
+        AppendChild(params, MakeTokenNode(lexer));
+        MatchToken(lexer, LEX_ID);
+    } while (MatchEitherToken(lexer, ',', ')') != ')');
 }
 
 // Block -> '{' Statement* '}'

@@ -19,23 +19,6 @@ Parser* MakeParser(Lexer* lexer) {
 
 namespace {
 
-// Consumes the current token, whatever it is.
-void Consume(Lexer* lexer) { MatchToken(lexer, lexer->tokenKind); }
-
-// A node with its own text, made at the lexer's position.
-Node* MakeTextNode(Lexer* lexer, uint32_t kind, const char* text) {
-    RefString* string = NewRefString(text);
-    Node* node;
-    try {
-        node = MakeNode(kind, string, &lexer->position);
-    } catch (...) {
-        ReleaseRefString(string);
-        throw;
-    }
-    ReleaseRefString(string);
-    return node;
-}
-
 // Node from the keyword token, appended to `parent`, keyword consumed.
 Node* StartStatement(Parser* parser, Node* parent) {
     Lexer* lexer = parser->lexer;
@@ -60,7 +43,7 @@ void ParseIf(Parser* parser, Node* parent) {
     ParseCondition(parser, node);
     ParseStatement(parser, node);
     if (lexer->tokenKind == LEX_ELSE) {
-        Consume(lexer);
+        ConsumeToken(lexer);
         ParseStatement(parser, node);
     }
 }
@@ -89,12 +72,12 @@ Node* ParseVarDeclaration(Parser* parser, Node* parent) {
     Node* node = MakeTokenNode(lexer);
     AppendChild(parent, node);
     do {
-        Consume(lexer);
+        ConsumeToken(lexer);
         Node* name = MakeTokenNode(lexer);
         AppendChild(node, name);
         MatchToken(lexer, LEX_ID);
         if (lexer->tokenKind == '=') {
-            Consume(lexer);
+            ConsumeToken(lexer);
             AppendChild(name, ParseAssignment(parser));
         }
     } while (lexer->tokenKind == ',');
@@ -127,7 +110,7 @@ void ParseFor(Parser* parser, Node* parent) {
         ParseStatement(parser, node);
         return;
     }
-    Consume(lexer);
+    ConsumeToken(lexer);
     if (lexer->tokenKind == ';') {
         // An absent condition reads as true; its text is that of the ';' standing there.
         AppendChild(node, MakeNode(LEX_TRUE, *lexer->tokenText, &lexer->position));
@@ -212,17 +195,7 @@ void ParseFunctionDeclaration(Parser* parser, Node* parent) {
     Node* node = StartStatement(parser, parent);
     AppendChild(node, MakeTokenNode(lexer));
     MatchToken(lexer, LEX_ID);
-    Node* params = MakeTokenNode(lexer);
-    AppendChild(node, params);
-    MatchToken(lexer, '(');
-    if (lexer->tokenKind == ')') {
-        Consume(lexer);
-    } else {
-        do {
-            AppendChild(params, MakeTokenNode(lexer));
-            MatchToken(lexer, LEX_ID);
-        } while (MatchEitherToken(lexer, ',', ')') != ')');
-    }
+    ParseParameters(parser, node);
     ParseBlock(parser, node);
 }
 
@@ -233,7 +206,7 @@ void ParseExpressionOrLabel(Parser* parser, Node* parent) {
     Node* expression = ParseExpression(parser);
     if (lexer->tokenKind == ':' && expression->kind == LEX_ID) {
         Node* label = MakeTokenNode(lexer);
-        Consume(lexer);
+        ConsumeToken(lexer);
         AppendChild(label, expression);
         AppendChild(parent, label);
         return;
@@ -252,7 +225,7 @@ void ParseStatement(Parser* parser, Node* parent) {
         case LEX_EOF:
             return;
         case ';':
-            Consume(lexer);
+            ConsumeToken(lexer);
             break;
         case '{':
             ParseBlock(parser, parent);
@@ -297,5 +270,5 @@ void ParseStatement(Parser* parser, Node* parent) {
             break;
     }
     // Every statement's terminating ';' is optional.
-    if (lexer->tokenKind == ';') Consume(lexer);
+    if (lexer->tokenKind == ';') ConsumeToken(lexer);
 }
