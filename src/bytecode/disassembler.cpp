@@ -80,7 +80,8 @@ void AppendOperand(StringBuilder& out, const PtrArray& names, const uint32_t* co
         case TYPE_BOOL: {
             uint32_t value = Load32(code, at);
             AppendText(out, value == 1 ? "true" : "false");
-            // The boolean also prints as a variable reference; listings have always read so.
+            // The boolean also prints as a variable reference: hosts compare listings line for line
+            // (Disassembler.BooleanFallsThroughIntoTheVariableForm).
             AppendVariable(out, names, value);
             break;
         }

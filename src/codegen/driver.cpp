@@ -85,8 +85,9 @@ Node* HoistFunctions(Node* head) {
     return head;
 }
 
-// A `var` for every function declaration but the one heading the list; that exception is
-// deliberate (the last function in the source gets no declaration).
+// A `var` for every function declaration but the one heading the list (the last function in the
+// source gets none): the runner finds that one by its function record instead
+// (Driver.TwoFunctionsWithoutTopLevelGetTwoVarsForTheFirst).
 Node* DeclareFunctionNames(Node* head) {
     for (Node* node = head; node; node = node->next) {
         if (node->kind != LEX_FUNCTION || node == head || !node->first) continue;

@@ -83,7 +83,8 @@ void CompileNumber(CodeGenContext& cx, Node* node) {
     if (text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
         value = ParseLong32(text, 16);
     } else if (text[0] == '0' && text[1] != '.') {
-        // A leading zero means octal, deliberately: "09" reads as 0.
+        // A leading zero means octal, so "09" reads as 0: scripts written for the runner count on
+        // it (NumberLiteral.LeadingZeroBeforeANonOctalDigitReadsAsZero).
         value = ParseLong32(text, 8);
     } else {
         value = ParseDecimal(text);

@@ -10,7 +10,8 @@ namespace {
 
 // The value-type nibble with which a store is written as a deletion.
 constexpr uint32_t kDeleteType = 8;
-// The type reported for every unknown variable kind, whatever it was (a fixed value, kept).
+// The type the error names for every unknown variable kind, whatever the kind was; hosts match
+// the message's text (Identifier.UnknownKindIsReportedAsMinus12).
 constexpr int32_t kReportedUnknownKind = -12;
 constexpr uint32_t kWordDupVar = MakeWord1(OP_DUP, TYPE_VARIABLE, 0);
 constexpr uint32_t kWordDupVarOne = MakeWord1(OP_DUP, TYPE_VARIABLE, 1);
@@ -75,7 +76,8 @@ int32_t ReadSelector(int32_t kind) {
     }
 }
 
-// Builtins are read with pushb and written with selector -5, deliberately unlike their -6 read.
+// Builtins are read with pushb and -6 but written with push's -5: the runner's built-in store
+// takes -5 (Store.EveryKindsWriteSelector, Identifier.BuiltinKindReadsWithPushbAndMinus6).
 int32_t WriteSelector(int32_t kind) {
     switch (kind) {
     case VarUnresolved: return SEL_UNRESOLVED;
@@ -228,7 +230,9 @@ void CompileDelete(CodeGenContext& cx, Node* node) {
     PushType(cx, TYPE_VARIABLE);
 }
 
-// value; store target; read target (its object expressions are evaluated twice, deliberately)
+// value; store target; read target. The read compiles the target's object expressions a second
+// time, which the runner relies on to leave the assigned value on the stack
+// (ExpressionsEndToEnd.NestedMemberAssignmentEvaluatesTheObjectTwice).
 void CompileAssignment(CodeGenContext& cx, Node* node) {
     Node* target = node->first;
     if (!target) ReportError(node->position, "Assignment error - left hand side is malformed");

@@ -20,7 +20,7 @@ bool BinaryOperator(uint32_t kind, OperatorWord* word) {
     switch (kind) {
     case '*': *word = {OP_MUL, kFieldArithmetic}; return true;
     case '/': *word = {OP_DIV, kFieldArithmetic}; return true;
-    // '%' is mod, never rem, deliberately: the runner's mod has the script semantics.
+    // '%' is mod, never rem: the runner's mod has the script semantics (BinaryOperators.RemainderIsMod).
     case '%': *word = {OP_MOD, kFieldArithmetic}; return true;
     case '+': *word = {OP_ADD, kFieldArithmetic}; return true;
     case '-': *word = {OP_SUB, kFieldArithmetic}; return true;
@@ -72,7 +72,8 @@ bool CompoundOperator(uint32_t kind, OperatorWord* word) {
 void CompileValueSelect(CodeGenContext& cx, Node* node, uint32_t branchOpcode) {
     Node* left = node->first;
     if (!left) return;
-    // The labels of the value-selecting forms are deliberately left allocated after use.
+    // Labels are not freed after use (a few bytes each); only those on the target lists are, when a
+    // compile fails.
     BranchLabel* endif = NewLabel("endif");
     BranchLabel* otherwise = NewLabel("else");
     CompileExpression(cx, left, false);

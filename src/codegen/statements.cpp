@@ -168,7 +168,8 @@ void CompileForIn(CodeGenContext& cx, Node* node) {
     if (variable->kind == LEX_VAR) {
         target = variable->first;
         DeclareLocal(cx, target->text->text, kVarEntryVariable, kUnsetSlot);
-        // The loop variable's declaration carries the reference marker, deliberately.
+        // The loop variable's declaration carries the reference marker (0xA), not 0xB: the runner
+        // reads it as the loop's own variable (StatementScripts.ForInWithVarDeclaresTheVariableAndStoresItAsLocal).
         EmitLocalDeclaration(cx, target->text->text, kVarReference);
         storeKind = VarLocal;
     }
@@ -213,8 +214,9 @@ void CompileFor(CodeGenContext& cx, Node* node) {
 }
 
 // The label that `break` or `continue` leaves through: the named label's depth on the stack, or
-// the newest entry. The depth counts continue targets even for `break`, deliberately: inside a
-// function the break stack holds "endcompile" below the loops, so `break name` lands one lower.
+// the newest entry. The depth counts continue targets even for `break`: inside a function the
+// break stack holds "endcompile" below the loops, so `break name` lands one lower, which compiled
+// scripts depend on (LabelDepth.BreakToALabelInAFunctionLeavesThroughEndcompileSkippingTheCodeAfterTheLoop).
 BranchLabel* JumpTarget(CodeGenContext& cx, Node* node, const List& targets, const char* noContext) {
     Node* labelName = node->first;
     if (labelName) {
@@ -255,7 +257,8 @@ void CompileNamedLabel(CodeGenContext& cx, Node* node) {
     PlaceLabel(cx, label);
 }
 
-// value; conv.T.v; ret.v   or   ret.e (leaving a .e on the type stack, deliberately)
+// value; conv.T.v; ret.v   or   ret.e, leaving a .e on the type stack that the statement's common
+// tail and the for-in check then see (Statements.ReturnWithoutValueLeavesAShortTypeOnTheTypeStack)
 void CompileReturn(CodeGenContext& cx, Node* node) {
     if (node->first) {
         CompileExpression(cx, node->first, false);
@@ -309,7 +312,8 @@ void CompileFunctionDeclaration(CodeGenContext& cx, Node* node) {
 
 // disc; per case: dup.D; value; set.C.D ===; bt case; [b default;] b endSwitch;
 // clauses in order; endSwitch: startSwitch: popz.D
-// A `continue` inside the switch lands on its final popz, not on an enclosing loop, deliberately.
+// A `continue` inside the switch lands on its final popz, not on an enclosing loop; the runner's
+// switch depends on the discriminant being popped (Statements.ContinueInsideSwitchLandsOnTheSwitchsFinalPop).
 void CompileSwitch(CodeGenContext& cx, Node* node) {
     BranchLabel* endSwitch = NewLabel("endSwitch");
     BranchLabel* startSwitch = NewLabel("startSwitch");
@@ -461,7 +465,9 @@ void CompileStatement(CodeGenContext& cx, Node* node, int flag) {
             CompileVar(cx, node);
             break;
         case LEX_NEW:
-            CompileNew(cx, node, false);   // no common tail: the value stays, deliberately
+            // No common tail: the value stays on the stack and on the type stack, where the next
+            // statement's scope check finds it (Statements.NewStatementKeepsItsValue).
+            CompileNew(cx, node, false);
             break;
         case LEX_TRY:
             CompileTry(cx, node);

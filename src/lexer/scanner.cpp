@@ -42,8 +42,9 @@ bool SkipWhitespaceAndComments(Lexer* lexer) {
         if (c == 0) return false;
         if (c == kLineFeed && (lexer->next == '+' || lexer->next == '-')) {
             // A line that starts with "++" or "--" ends the statement before it. This is the
-            // only automatic semicolon, deliberately this narrow: a space before the operator
-            // or a single '+' / '-' does not trigger it.
+            // only automatic semicolon, and only this narrow (a space before the operator or a
+            // single '+' / '-' does not trigger it): scripts are written to it
+            // (FrontEnd.NewlineDirectlyBeforeIncrementOrDecrementSeparatesStatements).
             Step(lexer);
             if (lexer->next == lexer->current) {
                 BeginToken(lexer);
@@ -58,7 +59,8 @@ bool SkipWhitespaceAndComments(Lexer* lexer) {
             while (lexer->current != kLineFeed && lexer->current != 0) Step(lexer);
             Step(lexer);
         } else if (c == '/' && lexer->next == '*') {
-            // The search for "*/" starts at the opening '/', so "/*/" closes itself; deliberate.
+            // The search for "*/" starts at the opening '/', so "/*/" closes itself
+            // (Scanner.SlashStarSlashIsACompleteComment).
             while (!(lexer->current == '*' && lexer->next == '/') && lexer->current != 0) Step(lexer);
             Step(lexer);
             Step(lexer);

@@ -22,8 +22,8 @@ uint32_t ByteAt(const uint8_t* at, const uint8_t* end) { return at < end ? *at :
 uint32_t Continuation(const uint8_t* at, const uint8_t* end) { return ByteAt(at, end) & 0x3F; }
 
 // Decodes one character at `at` and returns its byte length. The three- and four-byte forms
-// shift the lead by 7 instead of 6; this is deliberate, and identifier and string texts, the
-// character classes and every later stage depend on these values.
+// shift the lead by 7 instead of 6: identifier and string texts, the character classes and the
+// names the runner links by depend on these values (SourceReader.ThreeByteFormShiftsTheLeadBySeven).
 uint32_t DecodeCharacter(const uint8_t* at, const uint8_t* end, uint32_t* codePoint) {
     uint32_t lead = ByteAt(at, end);
     if (lead < 0x80) {
@@ -117,7 +117,8 @@ void Advance(Lexer* lexer) {
 }
 
 // Only the low byte of the look-ahead is tested, so any code point whose low byte spells a
-// hexadecimal digit continues the escape; deliberate, and without a digit limit.
+// hexadecimal digit continues the escape, without a digit limit; the characters scripts get from
+// escapes depend on it (SourceReader.EscapeTestsOnlyTheLowByteOfTheLookAhead).
 void ResolveEscape(Lexer* lexer) {
     if (lexer->current != kBackslash || (lexer->next != 'u' && lexer->next != 'U')) return;
     uint32_t value = 0;

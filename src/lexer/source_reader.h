@@ -1,5 +1,5 @@
-// The source reader: UTF-8 decoding (with its historic shift of 7), positions, \u escapes and
-// character classes.
+// The source reader: UTF-8 decoding (with its shift of 7 for long forms), positions, \u escapes
+// and character classes.
 #pragma once
 
 #include <cstdint>

@@ -109,15 +109,10 @@ void Reduce(Parser* parser) {
 Node* ParseBinary(Parser* parser, int32_t minLevel) {
     Lexer* lexer = parser->lexer;
     uint32_t operatorBase = parser->operatorCount;
-    // The operand is the first of a multiplicative run (where the '=' guard below applies).
-    bool firstOfRun = true;
     for (;;) {
         PushOperand(parser, ParseUnary(parser));
         int32_t level = LevelOf(parser, lexer->tokenKind);
         if (level < minLevel) break;
-        // A guard against an operator glued to '='; the scanner always joins those, so it is
-        // kept deliberately although it never fires.
-        if (level == kLevelMultiplicative && firstOfRun && lexer->current == '=') break;
         while (parser->operatorCount > operatorBase) {
             const PendingOperator& top = parser->operators[parser->operatorCount - 1];
             if (top.level < level || (top.level == level && ShapeOf(level) != kLeftNested)) break;
@@ -133,7 +128,6 @@ Node* ParseBinary(Parser* parser, int32_t minLevel) {
             PushOperator(parser, MakeTokenNode(lexer), level);
         }
         ConsumeToken(lexer);
-        firstOfRun = level != kLevelMultiplicative;
     }
     while (parser->operatorCount > operatorBase) Reduce(parser);
     return parser->operands[--parser->operandCount];

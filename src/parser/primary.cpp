@@ -23,7 +23,8 @@ namespace {
         AppendChild(f, MakeTokenNode(lexer));
         MatchToken(lexer, LEX_ID);
     } else {
-        // The anonymous name slot takes the following token's text ("(" normally); kept so.
+        // The anonymous name slot takes the following token's text ("(" normally): the code
+        // generator recognises an anonymous function by it (ParserExpressions.AnonymousFunctionSlotTakesFollowingTokenText).
         AppendChild(f, MakeCurrentNode(lexer, LEX_UNDEFINED));
     }
     ParseParameters(parser, f);
@@ -49,7 +50,8 @@ namespace {
                 ConsumeToken(lexer);
                 break;
             default:
-                // A missing comma between elements is tolerated on purpose: [1 2] has two.
+                // A missing comma between elements is tolerated: [1 2] has two, and existing
+                // scripts rely on it (FrontEnd.ArrayLiteralLeniency).
                 AppendChild(arr, ParseAssignment(parser));
                 if (lexer->tokenKind == ',') ConsumeToken(lexer);
                 break;

@@ -161,8 +161,6 @@ void ParseTry(Parser* parser, Node* parent) {
         Node* clause = StartStatement(parser, node);
         ParseBlock(parser, clause);
     }
-    // The try block is always the first child, so this check never fires; kept deliberately.
-    if (node->count == 0) ReportError(node->position, "try needs to have catch or finally clause");
 }
 
 bool EndsClause(int32_t kind) {
@@ -265,7 +263,8 @@ void ParseStatement(Parser* parser, Node* parent) {
             ParseFunctionDeclaration(parser, parent);
             break;
         default:
-            // 'let' is deliberately not a statement keyword here: it takes this route.
+            // 'let' is no statement keyword: it takes this route and fails as an expression, with
+            // the message scripts get for it (ParserStatements.LetTakesTheExpressionRoute).
             ParseExpressionOrLabel(parser, parent);
             break;
     }

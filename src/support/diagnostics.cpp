@@ -30,7 +30,8 @@ static void BuildDiagnostic(StringBuilder& builder, uint32_t kind, const SourceP
         AppendFormat(builder, "%s(%d) : ", file ? file : "", location->line);
     }
     AppendFormatV(builder, format, args);
-    // The newline is written past the length without advancing it, as the text has always been.
+    // The newline is written past the length without advancing it: the message text includes it
+    // (Diagnostics.ReportWithLocationNamesFileAndLine), the builder's length does not.
     if (static_cast<int64_t>(builder.capacity) - builder.length < 2) ReserveText(builder, 2);
     builder.text[builder.length] = '\n';
     builder.text[builder.length + 1] = '\0';
@@ -45,7 +46,8 @@ static void Report(uint32_t kind, const SourcePosition* location, const char* fo
         throw;
     }
     if (kind == kDiagnosticWarning) {
-        // A '%' in a warning is interpreted by printf; that behaviour is kept on purpose.
+        // A '%' in a warning is interpreted by printf: hosts that scan the output see the text
+        // formatted (Diagnostics.WarningTextIsUsedAsAPrintfFormat).
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
