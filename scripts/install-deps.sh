@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   cmake g++ make pkg-config ninja-build
   libgtest-dev libgmock-dev libbenchmark-dev libutf8proc-dev duktape-dev
-  libcli11-dev nlohmann-json3-dev
+  libcli11-dev nlohmann-json3-dev bsdutils
   g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine64
   dpkg-dev clang libclang-rt-14-dev python3
 )

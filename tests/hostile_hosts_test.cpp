@@ -1,6 +1,7 @@
 // Hosts that call the exports in ways the calling order does not foresee: null pointers, empty
 // strings, a unit compiled twice or after a failed parse, calls before VeltJS_Init, and very large
-// sources. Each case behaves as the reliability notes say, and none crashes.
+// sources. Each case behaves as the host guide says (docs/host-guide.md, "Calls outside the
+// calling order"), and none crashes.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -125,6 +126,8 @@ TEST(HostileHosts, CompilingAUnitTwiceCompilesTheStatementsFromItsFirstOnAgain) 
 
 TEST(HostileHosts, CompilingAUnitWhoseParseFailedGivesNoCodeAndKeepsTheMessage) {
     EnsureLibraryInitialised();
+    // Not the process's first compile, which would also hand out the three seeded records.
+    ASSERT_EQ(ParseAndCompile("var earlier = 1;")->status, 0);
     CompileUnit* unit = VeltJS_Parse("var = 1;", "bad.js", "bad");
     ASSERT_EQ(unit->status, 1);
     char* message = unit->errors[0];
@@ -136,7 +139,15 @@ TEST(HostileHosts, CompilingAUnitWhoseParseFailedGivesNoCodeAndKeepsTheMessage) 
     EXPECT_EQ(unit->parser, nullptr);
     EXPECT_NE(unit->code, nullptr);
     EXPECT_EQ(unit->codeSize, 0);
+    EXPECT_NE(unit->code2, nullptr);
     EXPECT_EQ(unit->code2Size, 0);
+    // It compiles as an empty script does: no patch records, only the script's own record.
+    EXPECT_EQ(unit->varCount, 0);
+    EXPECT_EQ(unit->funcCount, 0);
+    EXPECT_EQ(unit->stringCount, 0);
+    ASSERT_EQ(unit->fourthCount, 1);
+    EXPECT_EQ(unit->fourth[0]->nameIndex, 0xFFFFFFFFu);
+    EXPECT_EQ(unit->fourth[0]->localCount, 0u);
 }
 
 TEST(HostileHosts, DisassemblingANullPointerOrNoBytesGivesNull) {

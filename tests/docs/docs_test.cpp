@@ -1,14 +1,16 @@
 // The guides, checked against the library: the README's code is the example host's, the bytecode
 // reference lists every opcode the disassembler knows, every example of the language guide
-// compiles (or fails) as shown, and the host guide's worked example and C programs print what
-// the guide shows.
+// compiles (or fails) as shown, the host guide's worked example and C programs print what
+// the guide shows, and links to a section of a guide lead to a heading.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <cctype>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <set>
 #include <sstream>
 #include <string>
@@ -170,6 +172,35 @@ void ExpectPatchSitesAsTheGuideSays(const CompileUnit* unit, const std::string& 
         EXPECT_EQ(word(record->codeOffset), record->nameIndex);
         EXPECT_EQ(record->kind, 0u);
     }
+}
+
+// The anchor a heading gets: lower case, punctuation dropped, spaces turned into hyphens.
+std::string HeadingAnchor(const std::string& heading) {
+    std::string anchor;
+    for (unsigned char c : heading) {
+        if (std::isalnum(c)) {
+            anchor += static_cast<char>(std::tolower(c));
+        } else if (c == ' ' || c == '-') {
+            anchor += '-';
+        } else if (c == '_' || c >= 0x80) {
+            anchor += static_cast<char>(c);
+        }
+    }
+    return anchor;
+}
+
+// The anchors of a markdown file's headings; lines in fenced blocks are not headings.
+std::set<std::string> HeadingAnchors(const std::string& markdown) {
+    std::set<std::string> anchors;
+    bool fenced = false;
+    for (const std::string& line : Lines(markdown)) {
+        if (line.compare(0, 3, "```") == 0) fenced = !fenced;
+        if (fenced) continue;
+        size_t level = line.find_first_not_of('#');
+        if (level == 0 || level == std::string::npos || line[level] != ' ') continue;
+        anchors.insert(HeadingAnchor(line.substr(level + 1)));
+    }
+    return anchors;
 }
 
 }  // namespace
@@ -344,4 +375,38 @@ TEST(Version, HeaderMacrosAreTheProjectVersion) {
     std::snprintf(text, sizeof text, "%d.%d.%d", VELTJS_VERSION_MAJOR, VELTJS_VERSION_MINOR, VELTJS_VERSION_PATCH);
     EXPECT_STREQ(text, VELTJS_VERSION_STRING);
     EXPECT_STREQ(VELTJS_VERSION_STRING, VELTJS_PROJECT_VERSION);
+}
+
+TEST(Docs, LinksToASectionLeadToAHeading) {
+    // Each guide, as a path below the source tree, and the folder its links start from.
+    const std::vector<std::pair<std::string, std::string>> guides = {
+        {"README.md", ""},
+        {"docs/bytecode.md", "docs/"},
+        {"docs/cli.md", "docs/"},
+        {"docs/design.md", "docs/"},
+        {"docs/host-guide.md", "docs/"},
+        {"docs/language.md", "docs/"},
+        {"docs/performance.md", "docs/"},
+        {"docs/reliability.md", "docs/"},
+    };
+    std::map<std::string, std::set<std::string>> anchors;
+    for (const auto& guide : guides) anchors[guide.first] = HeadingAnchors(ReadText(SourcePath(guide.first)));
+    int links = 0;
+    for (const auto& guide : guides) {
+        std::string text = ReadText(SourcePath(guide.first));
+        for (size_t at = text.find("]("); at != std::string::npos; at = text.find("](", at + 2)) {
+            size_t end = text.find(')', at);
+            if (end == std::string::npos) break;
+            std::string target = text.substr(at + 2, end - at - 2);
+            size_t hash = target.find('#');
+            if (hash == std::string::npos || target.find("://") != std::string::npos) continue;
+            std::string file = hash == 0 ? guide.first : guide.second + target.substr(0, hash);
+            SCOPED_TRACE(guide.first + ": " + target);
+            ASSERT_EQ(anchors.count(file), 1u) << "a link into a file that is not a guide";
+            EXPECT_EQ(anchors[file].count(target.substr(hash + 1)), 1u) << "no such heading in " << file;
+            links++;
+        }
+    }
+    // The host guide's links within itself and to the other guides, reliability's to the host guide.
+    EXPECT_GE(links, 11);
 }

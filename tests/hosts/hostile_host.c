@@ -1,7 +1,8 @@
 /* A careless host: loads the built library by path (argv[1]) and calls the exports in every way
  * the calling order does not foresee, starting before VeltJS_Init. Each case must behave as the
- * reliability notes say, the same on Linux and on Windows. Prints one line per check and exits
- * non-zero when any check fails; a crash ends the run early, which the log shows. */
+ * host guide says ("Calls outside the calling order"), the same on Linux and on Windows. Prints
+ * one line per check and exits non-zero when any check fails; a crash ends the run early, which
+ * the log shows. */
 #if defined(_WIN32)
 #  include <windows.h>
 #else
@@ -174,6 +175,10 @@ static void CheckUnitsUsedTwice(void) {
     Compile(unit, 0);
     CheckLong("compile after a failed parse: status", unit->status, 0);
     CheckLong("compile after a failed parse: no code", unit->codeSize, 0);
+    CheckLong("compile after a failed parse: no position pairs", unit->code2Size, 0);
+    CheckLong("compile after a failed parse: no patch records",
+              (long long)unit->varCount + unit->funcCount + unit->stringCount, 0);
+    CheckLong("compile after a failed parse: only the script's own function record", unit->fourthCount, 1);
     CheckLong("compile after a failed parse: the message stays", unit->errorCount, 1);
     CheckText("compile after a failed parse: message", FirstError(unit), "Error : bad.js(1) : Got '=' (=) expected 'id'\n");
 }
