@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <vector>
 
 #include "state/process_state.h"
 #include "support/hash_table.h"
@@ -63,4 +64,36 @@ TEST(HashTable, BuiltInTableStartsWithThirtyTwoBuckets) {
     EXPECT_EQ(NameArray.count, 0);
     EXPECT_EQ(NameArray.capacity, 8);
     EXPECT_EQ(GlobalVarList.capacity, 8);
+}
+
+// A table far past a few entries per bucket answers through its index; the answers and the
+// chains' order are what a walk along the chains gives.
+TEST(HashTable, IndexedTableAnswersAsTheChainsDo) {
+    HashTable table{};
+    InitHashTable(table, 16);
+    std::vector<int> values(20000);
+    for (int i = 0; i < 20000; i++) {
+        // Every hash twice, and many hashes per bucket.
+        HashInsertHashed(table, static_cast<uint32_t>((i % 10000) * 0x10001u), &values[i]);
+    }
+    ASSERT_NE(table.index, nullptr);
+    for (uint32_t k = 0; k < 10000; k++) {
+        uint32_t hash = k * 0x10001u;
+        HashEntry* walked = nullptr;
+        for (HashEntry* entry = table.buckets[hash & 15u].first; entry && !walked; entry = entry->next) {
+            if (entry->hash == hash) walked = entry;
+        }
+        ASSERT_EQ(HashFindFirst(table, hash), walked) << k;
+        ASSERT_EQ(walked->value, &values[k]) << k;
+    }
+    EXPECT_EQ(HashFindFirst(table, 0x12345u), nullptr);
+    int order = 0;
+    for (HashEntry* entry = table.buckets[0].first; entry; entry = entry->next, order++) {
+        if (entry->next) {
+            ASSERT_LT(static_cast<int*>(entry->value), static_cast<int*>(entry->next->value));
+        }
+    }
+    EXPECT_EQ(order, 20000 / 16);
+    ClearHashTable(table);
+    EXPECT_EQ(table.index, nullptr);
 }

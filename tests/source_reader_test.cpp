@@ -414,3 +414,20 @@ TEST(CharacterClasses, DigitsAreAsciiOnly) {
     EXPECT_TRUE(IsOctalDigit('7'));
     EXPECT_FALSE(IsOctalDigit('8'));
 }
+
+// The identifier classes answer ASCII without the category lookup; these are the answers the
+// lookup gives (utf8proc's numbering: Lu 1 ... Lo 5, Mn 6, Mc 7, Nd 9, Nl 10, Pc 12).
+TEST(SourceReader, AsciiClassesAgreeWithTheCategoryLookup) {
+    for (uint32_t c = 0; c < 0x80; c++) {
+        int32_t category = CharacterCategory(c);
+        bool letter = (category >= 1 && category <= 5) || category == 10;
+        bool start = c == '_' || c == '$' || letter;
+        bool part = start || c == 8204 || c == 8205 || category == 9 || category == 6 || category == 7 ||
+                    category == 12;
+        EXPECT_EQ(IsIdentifierStart(c), start) << c;
+        EXPECT_EQ(IsIdentifierPart(c), part) << c;
+    }
+    EXPECT_TRUE(IsIdentifierStart(0xE9));    // é, through the lookup
+    EXPECT_FALSE(IsIdentifierStart(0xD7));   // ×
+    EXPECT_TRUE(IsIdentifierPart(0x0663));   // Arabic-Indic digit three
+}

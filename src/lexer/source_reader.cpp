@@ -186,8 +186,16 @@ bool IsWhitespace(uint32_t codePoint) {
     }
 }
 
+// ASCII letters are the only ASCII characters of the categories Lu, Ll, Lt, Lm, Lo and Nl, and
+// the digits the only ones of Nd; '_' is the only ASCII Pc. So ASCII needs no category lookup
+// (SourceReader.AsciiClassesAgreeWithTheCategoryLookup).
+namespace {
+bool IsAsciiLetter(uint32_t codePoint) { return (codePoint | 0x20u) - 'a' < 26u; }
+}  // namespace
+
 bool IsIdentifierStart(uint32_t codePoint) {
     if (codePoint == '_' || codePoint == '$') return true;
+    if (codePoint < 0x80) return IsAsciiLetter(codePoint);
     switch (CharacterCategory(codePoint)) {
         case UTF8PROC_CATEGORY_LU:
         case UTF8PROC_CATEGORY_LL:
@@ -202,6 +210,7 @@ bool IsIdentifierStart(uint32_t codePoint) {
 }
 
 bool IsIdentifierPart(uint32_t codePoint) {
+    if (codePoint < 0x80) return IsAsciiLetter(codePoint) || IsDecimalDigit(codePoint) || codePoint == '_' || codePoint == '$';
     if (IsIdentifierStart(codePoint)) return true;
     // Zero-width non-joiner and joiner.
     if (codePoint == 8204 || codePoint == 8205) return true;

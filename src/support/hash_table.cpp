@@ -4,10 +4,82 @@
 
 #include "support/strings.h"
 
+namespace {
+
+// Chains longer than this on average make a table worth an index.
+constexpr int32_t kEntriesPerBucketBeforeIndex = 4;
+
+// A 32-bit mix, so that hashes that differ only in high bits spread over the index.
+uint32_t Spread(uint32_t hash) {
+    hash ^= hash >> 16;
+    hash *= 0x7FEB352Du;
+    hash ^= hash >> 15;
+    return hash;
+}
+
+// The slot holding `hash`, or the empty slot where it would go.
+HashIndexSlot* Probe(HashIndexSlot* slots, uint32_t mask, uint32_t hash) {
+    for (uint32_t at = Spread(hash) & mask;; at = (at + 1) & mask) {
+        if (!slots[at].entry || slots[at].hash == hash) return &slots[at];
+    }
+}
+
+// Records `entry` unless an earlier entry has its hash (chains are appended to, so the first entry
+// of a hash in its chain is the first one inserted).
+void IndexEntry(HashIndexSlot* slots, uint32_t mask, HashEntry* entry, uint32_t* used) {
+    HashIndexSlot* slot = Probe(slots, mask, entry->hash);
+    if (slot->entry) return;
+    slot->hash = entry->hash;
+    slot->entry = entry;
+    (*used)++;
+}
+
+// A new index of `capacity` slots over every entry in chain order; false (index dropped) when
+// there is no memory for it.
+bool Reindex(HashTable& table, uint32_t capacity) {
+    HashIndexSlot* slots = static_cast<HashIndexSlot*>(TryCalloc(capacity, sizeof(HashIndexSlot)));
+    std::free(table.index);
+    table.index = slots;
+    table.indexMask = capacity - 1;
+    table.indexUsed = 0;
+    if (!slots) return false;
+    for (int32_t bucket = 0; bucket <= table.mask; bucket++) {
+        for (HashEntry* entry = table.buckets[bucket].first; entry; entry = entry->next) {
+            IndexEntry(slots, table.indexMask, entry, &table.indexUsed);
+        }
+    }
+    return true;
+}
+
+// Slots for `count` entries at most a quarter full.
+uint32_t CapacityFor(int32_t count) {
+    uint32_t capacity = 256;
+    while (capacity < static_cast<uint32_t>(count) * 4) capacity *= 2;
+    return capacity;
+}
+
+// Keeps the index in step with an entry just linked in; never throws.
+void UpdateIndex(HashTable& table, HashEntry* entry) {
+    if (!table.index) {
+        if (table.count > (table.mask + 1) * kEntriesPerBucketBeforeIndex) Reindex(table, CapacityFor(table.count));
+        return;
+    }
+    if ((table.indexUsed + 1) * 2 > table.indexMask + 1) {
+        Reindex(table, (table.indexMask + 1) * 2);
+        return;
+    }
+    IndexEntry(table.index, table.indexMask, entry, &table.indexUsed);
+}
+
+}  // namespace
+
 void InitHashTable(HashTable& table, int32_t bucketCount) {
     table.buckets = static_cast<HashBucket*>(CheckedCalloc(static_cast<size_t>(bucketCount), sizeof(HashBucket)));
     table.mask = bucketCount - 1;
     table.count = 0;
+    table.index = nullptr;
+    table.indexMask = 0;
+    table.indexUsed = 0;
 }
 
 HashEntry* HashInsertHashed(HashTable& table, uint32_t hash, void* value) {
@@ -24,11 +96,13 @@ HashEntry* HashInsertHashed(HashTable& table, uint32_t hash, void* value) {
     }
     bucket.last = entry;
     table.count++;
+    UpdateIndex(table, entry);
     return entry;
 }
 
 HashEntry* HashFindFirst(const HashTable& table, uint32_t hash) {
     if (!table.buckets) return nullptr;
+    if (table.index) return Probe(table.index, table.indexMask, hash)->entry;
     for (HashEntry* entry = table.buckets[hash & static_cast<uint32_t>(table.mask)].first; entry; entry = entry->next) {
         if (entry->hash == hash) return entry;
     }
@@ -36,6 +110,10 @@ HashEntry* HashFindFirst(const HashTable& table, uint32_t hash) {
 }
 
 void ClearHashTable(HashTable& table) {
+    std::free(table.index);
+    table.index = nullptr;
+    table.indexMask = 0;
+    table.indexUsed = 0;
     if (!table.buckets) return;
     for (int32_t index = table.mask; index >= 0; index--) {
         HashBucket& bucket = table.buckets[index];

@@ -15,19 +15,31 @@ struct HashBucket {
     HashEntry* last;
 };
 
+// Hash -> the first entry inserted with that hash, so a lookup in a table that holds far more
+// entries than buckets costs one probe instead of a walk along a long chain.
+struct HashIndexSlot {
+    uint32_t hash;
+    HashEntry* entry;   // null: empty
+};
+
 struct HashTable {
     HashBucket* buckets;
     int32_t mask;
     int32_t count;
+    // Made once the table holds more than a few entries per bucket; null before, and whenever
+    // there was no memory for it (lookups then walk the chains, with the same answers).
+    HashIndexSlot* index;
+    uint32_t indexMask;
+    uint32_t indexUsed;
 };
 
 // bucketCount must be a power of two.
 void InitHashTable(HashTable& table, int32_t bucketCount);
 // Appends at the tail of the hash's bucket; no duplicate check. (HashInsert, which hashes a name
-// with NameHash, belongs to the process state.)
+// with NameHash, belongs to the process state.) Either throws with nothing changed or completes.
 HashEntry* HashInsertHashed(HashTable& table, uint32_t hash, void* value);
 // The first entry of the bucket whose hash equals, or null.
 HashEntry* HashFindFirst(const HashTable& table, uint32_t hash);
-// Detaches every chain from the last bucket down, frees the entries (not their values) and
-// the bucket array.
+// Detaches every chain from the last bucket down, frees the entries (not their values), the
+// index and the bucket array.
 void ClearHashTable(HashTable& table);
