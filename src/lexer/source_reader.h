@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "support/arena.h"
 #include "support/diagnostics.h"
 #include "support/strings.h"
 
@@ -21,6 +22,7 @@ struct Lexer {
     uint32_t current;               // code point of the current character, 0 at the end
     uint32_t next;                  // code point of the look-ahead character, 0 at the end
     uint32_t reserved;
+    Arena nodes;                    // the nodes of this script's tree and their positions
 };
 
 // Makes the lexer over a source copy that is padded with zero bytes, primes the two

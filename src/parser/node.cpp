@@ -16,6 +16,23 @@ SourcePosition* CopyPosition(const SourcePosition* position) {
     return copy;
 }
 
+// The arena's copy of a position record sharing its strings.
+SourcePosition* CopyPositionIn(Arena& arena, const SourcePosition* position) {
+    SourcePosition* copy = static_cast<SourcePosition*>(ArenaAllocate(arena, sizeof(SourcePosition)));
+    *copy = *position;
+    if (copy->source) RetainRefString(*copy->source);
+    if (copy->fileName) RetainRefString(*copy->fileName);
+    return copy;
+}
+
+Node* MakeNodeIn(Arena& arena, uint32_t kind, RefString* text, const SourcePosition* position) {
+    Node* node = static_cast<Node*>(ArenaAllocate(arena, sizeof(Node)));
+    node->position = CopyPositionIn(arena, position);
+    node->kind = kind;
+    node->text = RetainRefString(text);
+    return node;
+}
+
 Node* MakeNode(uint32_t kind, RefString* text, const SourcePosition* position) {
     Node* node = static_cast<Node*>(CheckedCalloc(1, sizeof(Node)));
     try {
@@ -30,18 +47,18 @@ Node* MakeNode(uint32_t kind, RefString* text, const SourcePosition* position) {
 }
 
 Node* MakeTokenNode(Lexer* lexer) {
-    return MakeNode(static_cast<uint32_t>(lexer->tokenKind), *lexer->tokenText, &lexer->position);
+    return MakeNodeIn(lexer->nodes, static_cast<uint32_t>(lexer->tokenKind), *lexer->tokenText, &lexer->position);
 }
 
 Node* MakeCurrentNode(Lexer* lexer, uint32_t kind) {
-    return MakeNode(kind, *lexer->tokenText, &lexer->position);
+    return MakeNodeIn(lexer->nodes, kind, *lexer->tokenText, &lexer->position);
 }
 
 Node* MakeTextNode(Lexer* lexer, uint32_t kind, const char* text) {
     RefString* string = NewRefString(text);
     Node* node;
     try {
-        node = MakeNode(kind, string, &lexer->position);
+        node = MakeNodeIn(lexer->nodes, kind, string, &lexer->position);
     } catch (...) {
         ReleaseRefString(string);
         throw;

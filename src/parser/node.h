@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "support/arena.h"
 #include "support/diagnostics.h"
 #include "support/strings.h"
 
@@ -22,6 +23,8 @@ struct Node {
 
 // A node with the given kind that shares `text` and copies `position`.
 Node* MakeNode(uint32_t kind, RefString* text, const SourcePosition* position);
+// The same in an arena: the node and its position record take no heap block of their own.
+Node* MakeNodeIn(Arena& arena, uint32_t kind, RefString* text, const SourcePosition* position);
 // A node from the lexer's current token kind, token text and current position.
 Node* MakeTokenNode(Lexer* lexer);
 // A node of `kind` carrying the current token's text and the lexer's position.
