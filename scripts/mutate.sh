@@ -3,9 +3,9 @@
 # preset, runs the tests and reports every mutant that no test noticed (a survivor). The source
 # tree is restored after each mutant, and on exit or interruption.
 #
-#   scripts/mutate.sh [-R REGEX] [-E REGEX] [-s SEP] [-j N] SPEC...
+#   scripts/mutate.sh [-R REGEX] [-E REGEX] [-s SEP] [-j N] MUTATION...
 #
-# Each SPEC is either
+# Each MUTATION is either
 #   FILE:LINE            every operator mutation of that line (see OPERATORS below), one at a time
 #   FILE:FIRST-LAST      the same for each line of the range
 #   FILE|FROM|TO         replace the only occurrence of the text FROM in FILE by TO (-s SEP
@@ -116,17 +116,17 @@ try_mutant() {
   restore
 }
 
-for spec in "$@"; do
-  if [[ "$spec" == *"$separator"* ]]; then
-    file="${spec%%"$separator"*}"
-    rest="${spec#*"$separator"}"
+for target in "$@"; do
+  if [[ "$target" == *"$separator"* ]]; then
+    file="${target%%"$separator"*}"
+    rest="${target#*"$separator"}"
     from="${rest%%"$separator"*}"
     to="${rest#*"$separator"}"
     try_mutant "$file" "$file: '$from' -> '$to'" replace "$from" "$to"
     continue
   fi
-  file="${spec%%:*}"
-  range="${spec#*:}"
+  file="${target%%:*}"
+  range="${target#*:}"
   first="${range%-*}"
   last="${range#*-}"
   for ((line = first; line <= last; line++)); do
