@@ -8,29 +8,33 @@
 #include "lexer/tokens.h"
 #include "support/strings.h"
 
-SourcePosition* CopyPosition(const SourcePosition* position) {
-    SourcePosition* copy = static_cast<SourcePosition*>(CheckedMalloc(sizeof(SourcePosition)));
+namespace {
+
+// Fills `copy` from `position`; the copy holds a reference to each of its strings.
+SourcePosition* SharePosition(SourcePosition* copy, const SourcePosition* position) {
     *copy = *position;
     if (copy->source) RetainRefString(*copy->source);
     if (copy->fileName) RetainRefString(*copy->fileName);
     return copy;
 }
 
-// The arena's copy of a position record sharing its strings.
-SourcePosition* CopyPositionIn(Arena& arena, const SourcePosition* position) {
-    SourcePosition* copy = static_cast<SourcePosition*>(ArenaAllocate(arena, sizeof(SourcePosition)));
-    *copy = *position;
-    if (copy->source) RetainRefString(*copy->source);
-    if (copy->fileName) RetainRefString(*copy->fileName);
-    return copy;
+// Completes a zeroed node whose position record is in place.
+Node* FillNode(Node* node, uint32_t kind, RefString* text) {
+    node->kind = kind;
+    node->text = RetainRefString(text);
+    return node;
+}
+
+}  // namespace
+
+SourcePosition* CopyPosition(const SourcePosition* position) {
+    return SharePosition(static_cast<SourcePosition*>(CheckedMalloc(sizeof(SourcePosition))), position);
 }
 
 Node* MakeNodeIn(Arena& arena, uint32_t kind, RefString* text, const SourcePosition* position) {
     Node* node = static_cast<Node*>(ArenaAllocate(arena, sizeof(Node)));
-    node->position = CopyPositionIn(arena, position);
-    node->kind = kind;
-    node->text = RetainRefString(text);
-    return node;
+    node->position = SharePosition(static_cast<SourcePosition*>(ArenaAllocate(arena, sizeof(SourcePosition))), position);
+    return FillNode(node, kind, text);
 }
 
 Node* MakeNode(uint32_t kind, RefString* text, const SourcePosition* position) {
@@ -41,9 +45,7 @@ Node* MakeNode(uint32_t kind, RefString* text, const SourcePosition* position) {
         std::free(node);
         throw;
     }
-    node->kind = kind;
-    node->text = RetainRefString(text);
-    return node;
+    return FillNode(node, kind, text);
 }
 
 Node* MakeTokenNode(Lexer* lexer) {
