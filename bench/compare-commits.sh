@@ -30,8 +30,12 @@ old_sha="$(git rev-parse --verify "$old^{commit}")"
 
 cmake --preset linux >/dev/null
 cmake --build --preset linux --target veltjs veltjs_dump veltjs_corpus >/dev/null
-new_lib="$(pwd)/build/linux/libveltjs.so"
-dump="$(pwd)/build/linux/tests/veltjs_dump"
+# Copies, so that the working tree can be rebuilt while the comparison runs.
+mkdir -p "$work/bin"
+cp build/linux/libveltjs.so "$work/bin/libveltjs-new.so"
+cp build/linux/tests/veltjs_dump "$work/bin/veltjs_dump"
+new_lib="$work/bin/libveltjs-new.so"
+dump="$work/bin/veltjs_dump"
 
 old_tree="$work/tree-$old_sha"
 if [ ! -f "$old_tree/build/linux/libveltjs.so" ]; then
@@ -59,26 +63,34 @@ run_one() {  # LIB TAG NAME SCRIPTS...
 export -f run_one
 export dump work
 
+# The old commit's dumps of a corpus by one dumper never change, so they are made once and kept.
+old_tag="old-$old_sha-$sizes-$project-$(sha1sum "$dump" | cut -c1-12)"
+have_old=0
+[ -f "$work/$old_tag/complete" ] && have_old=1
 status=0
-for tag in old new; do
-  rm -rf "${work:?}/$tag"
-  mkdir -p "$work/$tag"
-done
+rm -rf "${work:?}/new"
+mkdir -p "$work/new"
+if [ $have_old = 0 ]; then
+  rm -rf "${work:?}/$old_tag"
+  mkdir -p "$work/$old_tag"
+fi
 start=$(date +%s)
 {
   while read -r script; do
     name="$(basename "$script" .js)"
-    printf '%s\0%s\0%s\0%s\0' "$old_lib" old "$name" "$script"
+    [ $have_old = 1 ] || printf '%s\0%s\0%s\0%s\0' "$old_lib" "$old_tag" "$name" "$script"
     printf '%s\0%s\0%s\0%s\0' "$new_lib" new "$name" "$script"
   done < "$work/shapes.txt"
   if [ -s "$work/project.txt" ]; then
-    printf '%s\0%s\0%s\0%s\0' "$old_lib" old project "@$work/project.txt"
+    [ $have_old = 1 ] || printf '%s\0%s\0%s\0%s\0' "$old_lib" "$old_tag" project "@$work/project.txt"
     printf '%s\0%s\0%s\0%s\0' "$new_lib" new project "@$work/project.txt"
   fi
 } | xargs -0 -n 4 -P "$jobs" bash -c 'run_one "$@"' _
+touch "$work/$old_tag/complete"
 
-for file in "$work"/old/*; do
+for file in "$work/$old_tag"/*; do
   name="$(basename "$file")"
+  [ "$name" = complete ] && continue
   if cmp -s "$file" "$work/new/$name"; then
     printf 'same       %s (%s bytes)\n' "$name" "$(stat -c %s "$file")"
   else
