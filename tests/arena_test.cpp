@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "support/arena.h"
@@ -32,4 +33,51 @@ TEST(Arena, ALargeRecordGetsABlockOfItsOwnAndTheCurrentBlockGoesOn) {
     EXPECT_EQ(large[0], 0);
     EXPECT_EQ(large[(1 << 20) - 1], 0);
     EXPECT_EQ(next, small + 32);
+}
+
+TEST(Arena, TextsArePackedOneAfterAnotherAndEndInZero) {
+    Arena arena{};
+    char* first = ArenaCopyText(arena, "abc", 3);
+    char* second = ArenaCopyText(arena, "de", 2);
+    EXPECT_STREQ(first, "abc");
+    EXPECT_STREQ(second, "de");
+    EXPECT_EQ(second, first + 4);
+    // A length shorter than the text copies only that much.
+    EXPECT_STREQ(ArenaCopyText(arena, "xyz", 1), "x");
+    EXPECT_STREQ(ArenaCopyText(arena, "", 0), "");
+}
+
+TEST(Arena, ALongTextGetsABlockOfItsOwn) {
+    Arena arena{};
+    std::string longText(100000, 'q');
+    char* small = ArenaCopyText(arena, "a", 1);
+    char* copy = ArenaCopyText(arena, longText.c_str(), longText.size());
+    EXPECT_EQ(std::string(copy), longText);
+    EXPECT_EQ(ArenaCopyText(arena, "b", 1), small + 2);
+}
+
+TEST(Arena, BlocksDoubleFromTheFirstSizeToTheLargestAndTheLargestAreAligned) {
+    Arena arena{};
+    uint8_t* first = static_cast<uint8_t*>(ArenaAllocate(arena, 16));
+    EXPECT_EQ(static_cast<size_t>(arena.end - first), kArenaFirstBlock);
+    size_t expected = kArenaFirstBlock;
+    // Each new block is twice the one before until the largest size; requests of the largest
+    // size that still counts as small fill the blocks quickly.
+    for (int block = 0; block < 8; block++) {
+        uint8_t* start = nullptr;
+        while (!start) {
+            uint8_t* before = arena.end;
+            uint8_t* record = static_cast<uint8_t*>(ArenaAllocate(arena, kArenaLargeRequest));
+            if (arena.end != before) start = record;
+        }
+        expected = expected * 2 > kArenaLargestBlock ? kArenaLargestBlock : expected * 2;
+        EXPECT_EQ(static_cast<size_t>(arena.end - start), expected) << block;
+#if defined(__linux__)
+        // Aligned so that the kernel can map each with one huge page.
+        if (expected == kArenaLargestBlock) {
+            EXPECT_EQ(reinterpret_cast<uintptr_t>(start) % kArenaLargestBlock, 0u) << block;
+        }
+#endif
+    }
+    EXPECT_EQ(arena.blockSize, kArenaLargestBlock);
 }

@@ -24,6 +24,28 @@ TEST(RefString, ReleasingTheLastReferenceFreesTheTextButKeepsTheRecord) {
     std::free(string);
 }
 
+TEST(RefString, ArenaStringKeepsItsRecordAndTextInTheArenasAndItsLastReleaseOnlyClearsTheText) {
+    Arena records{};
+    Arena texts{};
+    RefString* string = NewArenaRefString(records, texts, "name");
+    RefString* other = NewArenaRefString(records, texts, nullptr);
+    EXPECT_EQ(string->refs, 1u);
+    EXPECT_STREQ(string->text, "name");
+    EXPECT_STREQ(other->text, "");
+    // Both records come from one arena, both texts from the other, one after another.
+    EXPECT_EQ(reinterpret_cast<char*>(other), reinterpret_cast<char*>(string) + sizeof(RefString));
+    char* text = string->text;
+    EXPECT_EQ(other->text, text + 5);
+    RetainRefString(string);
+    ReleaseRefString(string);
+    EXPECT_EQ(string->text, text);
+    ReleaseRefString(string);
+    EXPECT_EQ(string->text, nullptr);
+    EXPECT_EQ(string->refs, 0u);
+    // Nothing was freed: the bytes are still the arena's (the sanitizers would report a free of them).
+    EXPECT_STREQ(text, "name");
+}
+
 TEST(RefString, PaddedCopyEndsInZeroBytes) {
     RefString* string = NewPaddedRefString("ab", 8);
     for (int i = 2; i < 11; i++) EXPECT_EQ(string->text[i], '\0') << i;

@@ -96,11 +96,12 @@ VELTJS_API CompileUnit* VeltJS_Parse(const char* source, const char* fileName, c
     if (!unit) return nullptr;
     RefString* sourceText = nullptr;
     RefString* fileText = nullptr;
+    Lexer* lexer = nullptr;
     try {
         unit->scriptName = CopyScriptName(scriptName);
         sourceText = NewPaddedRefString(source ? source : "", kSourcePadding);
         fileText = NewRefString(fileName ? fileName : "");
-        Lexer* lexer = MakeLexer(sourceText, fileText);
+        lexer = MakeLexer(sourceText, fileText, State().records, State().texts);
         Parser* parser = MakeParser(lexer);
         while (lexer->tokenKind != LEX_EOF) ParseStatement(parser, &parser->root);
         unit->parser = parser;
@@ -111,6 +112,8 @@ VELTJS_API CompileUnit* VeltJS_Parse(const char* source, const char* fileName, c
         RecordUnknownError(unit);
     }
     if (!unit->scriptName) unit->scriptName = kNoScriptName;
+    // The lexer stays with the tree, but its token builder is needed no more.
+    if (lexer) FreeStringBuilder(lexer->scratch);
     ReleaseRefString(sourceText);
     ReleaseRefString(fileText);
     return unit;

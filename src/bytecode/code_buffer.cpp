@@ -32,10 +32,9 @@ void WriteWords(VMBuffer& buffer, std::initializer_list<uint32_t> words) {
     if (buffer.size - written < needed) {
         int64_t size = buffer.size;
         while (size - written < needed) size *= 2;
-        uint8_t* block = static_cast<uint8_t*>(CheckedMalloc(static_cast<size_t>(size)));
-        std::memcpy(block, buffer.data, static_cast<size_t>(written));
-        // The old block is released at once: nothing refers to it once the copy is made.
-        std::free(buffer.data);
+        // Nothing refers to the old block, so it may move: a large block is then remapped rather
+        // than copied into fresh pages.
+        uint8_t* block = static_cast<uint8_t*>(CheckedRealloc(buffer.data, static_cast<size_t>(size)));
         buffer.data = block;
         buffer.size = size;
         buffer.cursor = block + written;

@@ -14,14 +14,15 @@ constexpr int32_t kSlotTableBuckets = 16;
 constexpr int32_t kLabelTableBuckets = 4;
 constexpr uint32_t kNoName = 0xFFFFFFFFu;
 
+// The label record itself is kept with the process's records; its pending sites are freed.
 void FreeLabel(BranchLabel* label) {
     BranchSite* site = label->pending;
+    label->pending = nullptr;
     while (site) {
         BranchSite* next = site->next;
         std::free(site);
         site = next;
     }
-    std::free(label);
 }
 
 bool ListHolds(const List& list, const void* value) {
@@ -122,7 +123,7 @@ void BeginCompile(CodeGenContext& cx, const char* scriptName, uint8_t topLevel) 
         // remains, and the name ids of everything after it depend on that
         // (BeginCompile.ScriptNamedGlobalInternsItsNameAndDropsTheRecord).
         uint32_t index = static_cast<uint32_t>(InternCopy(cx.scriptName));
-        std::free(NewFunctionRecord(index, index, static_cast<uint64_t>(CodeOffset(cx))));
+        NewFunctionRecord(index, index, static_cast<uint64_t>(CodeOffset(cx)));
     }
 
     CodeGenGlobals& state = CodeGenState();

@@ -118,7 +118,7 @@ void EmitPushConstant(CodeGenContext& cx, uint32_t opcode, uint32_t type, double
 }
 
 BranchLabel* NewLabel(const char* name) {
-    BranchLabel* label = static_cast<BranchLabel*>(CheckedCalloc(1, sizeof(BranchLabel)));
+    BranchLabel* label = static_cast<BranchLabel*>(KeepRecord(sizeof(BranchLabel)));
     label->name = name;
     label->depth = -1;
     return label;
@@ -128,7 +128,10 @@ BranchLabel* NewLabel(const char* name) {
 void PlaceLabel(CodeGenContext& cx, BranchLabel* label) {
     label->offset = CodeOffset(cx);
     label->defined = 1;
+    // Detached first: when a site is out of range the compile fails here, and the label's clean-up
+    // must not meet sites already freed.
     BranchSite* site = label->pending;
+    label->pending = nullptr;
     while (site) {
         BranchSite* next = site->next;
         uint32_t word = ReadWord(*cx.code, site->offset);
@@ -137,7 +140,6 @@ void PlaceLabel(CodeGenContext& cx, BranchLabel* label) {
         std::free(site);
         site = next;
     }
-    label->pending = nullptr;
 }
 
 // op target: backward with the known offset, forward as op 0 patched by PlaceLabel.

@@ -23,7 +23,7 @@ const char* AccessorName(const Node* accessor) { return TextOf(accessor->first);
 // Accessor records are not freed after the literal: a few bytes per accessor next to its tree,
 // which lives as long.
 __attribute__((noinline)) AccessorRecord* NewAccessorRecord(const char* name) {
-    AccessorRecord* record = static_cast<AccessorRecord*>(CheckedCalloc(1, sizeof(AccessorRecord)));
+    AccessorRecord* record = static_cast<AccessorRecord*>(KeepRecord(sizeof(AccessorRecord)));
     record->name = name;
     return record;
 }

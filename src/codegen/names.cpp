@@ -10,16 +10,15 @@ namespace {
 constexpr uint32_t kNoName = 0xFFFFFFFFu;
 constexpr uint64_t kNoUseSite = ~0ull;
 
+// Patch and function records are the host's for the life of the process.
 PatchRecord* NewPatchRecord(uint32_t nameIndex, uint32_t kind, uint64_t codeOffset) {
-    PatchRecord* record = static_cast<PatchRecord*>(CheckedMalloc(sizeof(PatchRecord)));
+    PatchRecord* record = static_cast<PatchRecord*>(KeepRecord(sizeof(PatchRecord)));
     record->nameIndex = nameIndex;
     record->kind = kind;
     record->codeOffset = codeOffset;
     return record;
 }
 
-// A copy of a name for the name table, which keeps it for the life of the process.
-__attribute__((noinline)) char* CopyNameForTable(const char* text) { return CheckedStrdup(text); }
 
 }  // namespace
 
@@ -32,13 +31,9 @@ int32_t InternName(const char* text) {
 int32_t InternCopy(const char* text) {
     int32_t index = FindName(text);
     if (index >= 0) return index;
-    char* copy = CopyNameForTable(text);
-    try {
-        return PushName(copy);
-    } catch (...) {
-        std::free(copy);
-        throw;
-    }
+    // The table keeps the copy for the life of the process (and so does the arena when the push
+    // fails).
+    return PushName(KeepText(text));
 }
 
 int32_t InternGenerated(RefString* text) {
@@ -99,7 +94,7 @@ void EmitCall(CodeGenContext& cx, const char* name, uint32_t argumentCount) {
 }
 
 FunctionRecord* NewFunctionRecord(uint32_t nameIndex, uint32_t declaredNameIndex, uint64_t codeOffset) {
-    FunctionRecord* record = static_cast<FunctionRecord*>(CheckedCalloc(1, sizeof(FunctionRecord)));
+    FunctionRecord* record = static_cast<FunctionRecord*>(KeepRecord(sizeof(FunctionRecord)));
     record->nameIndex = nameIndex;
     record->declaredNameIndex = declaredNameIndex;
     record->codeOffset = codeOffset;

@@ -1,9 +1,9 @@
 // Scopes and lookup: one scope per function being compiled (the global scope first), each with
 // its declared variables, the names that took a slot, and the functions declared in it.
+#include "codegen/context.h"
+
 #include <cstdlib>
 #include <cstring>
-
-#include "codegen/context.h"
 
 namespace {
 
@@ -14,8 +14,11 @@ ScopeRecord* ScopeOf(const ListNode* node) { return static_cast<ScopeRecord*>(no
 const char* VarEntryText(const VarEntry* entry) { return (*entry->name)->text; }
 
 VarEntry* NewVarEntry(const char* name, uint32_t kind, uint32_t slot) {
-    VarEntry* entry = static_cast<VarEntry*>(CheckedMalloc(sizeof(VarEntry)));
-    entry->name = NewRefHandle(NewRefString(name));
+    // Kept for the life of the process: the name table may point at the entry's copy of the name.
+    VarEntry* entry = static_cast<VarEntry*>(KeepRecord(sizeof(VarEntry)));
+    RefString** handle = static_cast<RefString**>(KeepRecord(sizeof(RefString*)));
+    *handle = NewArenaRefString(State().records, State().texts, name);
+    entry->name = handle;
     entry->kind = kind;
     entry->slot = slot;
     return entry;
@@ -121,21 +124,41 @@ VarEntry* DeclareSlot(CodeGenContext& cx, const char* name) {
     return entry;
 }
 
+namespace {
+
+// The declared name a scope contributes to qualified names, or null.
+const char* QualifierOf(const ListNode* node) {
+    const FunctionRecord* record = ScopeOf(node)->function;
+    if (!record || record->declaredNameIndex >= static_cast<uint32_t>(NameArray.count)) return nullptr;
+    const char* declared = static_cast<const char*>(NameArray.data[record->declaredNameIndex]);
+    return declared && declared[0] ? declared : nullptr;
+}
+
+}  // namespace
+
 RefString* QualifiedName(CodeGenContext& cx, const char* name) {
-    StringBuilder text{};
+    if (!name) name = "";
+    // The length first, so that the text is allocated once: in deeply nested functions the
+    // qualified names run to thousands of characters.
+    size_t length = std::strlen(name) + 1;
+    for (ListNode* node = cx.scopes.first; node; node = node->next) {
+        if (const char* declared = QualifierOf(node)) length += std::strlen(declared) + 1;
+    }
+    char* text = static_cast<char*>(CheckedMalloc(length));
+    char* out = text;
+    for (ListNode* node = cx.scopes.first; node; node = node->next) {
+        const char* declared = QualifierOf(node);
+        if (!declared) continue;
+        size_t part = std::strlen(declared);
+        std::memcpy(out, declared, part);
+        out += part;
+        *out++ = '@';
+    }
+    std::memcpy(out, name, std::strlen(name) + 1);
     try {
-        for (ListNode* node = cx.scopes.first; node; node = node->next) {
-            const FunctionRecord* record = ScopeOf(node)->function;
-            if (!record || record->declaredNameIndex >= static_cast<uint32_t>(NameArray.count)) continue;
-            const char* declared = static_cast<const char*>(NameArray.data[record->declaredNameIndex]);
-            if (!declared || !declared[0]) continue;
-            AppendText(text, declared);
-            AppendText(text, "@");
-        }
-        AppendText(text, name ? name : "");
-        return AdoptRefString(text.text);
+        return AdoptRefString(text);
     } catch (...) {
-        FreeStringBuilder(text);
+        std::free(text);
         throw;
     }
 }

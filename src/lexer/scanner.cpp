@@ -22,7 +22,7 @@ void Take(Lexer* lexer, StringBuilder& text) {
 }
 
 void StoreToken(Lexer* lexer, int32_t kind, const char* text) {
-    RefString* stored = NewRefString(text);
+    RefString* stored = NewArenaRefString(*lexer->nodes, *lexer->texts, text);
     lexer->tokenKind = kind;
     ReleaseRefString(*lexer->tokenText);
     *lexer->tokenText = stored;
@@ -112,14 +112,13 @@ int32_t ScanNumber(Lexer* lexer, StringBuilder& text) {
     return kind;
 }
 
-[[noreturn]] void ReportStringError(Lexer* lexer, StringBuilder& text, const char* message) {
-    FreeStringBuilder(text);
+[[noreturn]] void ReportStringError(Lexer* lexer, const char* message) {
     ReportError(&lexer->position, "%s", message);
 }
 
 // Reads the escape whose character (after the backslash) is current, leaving the last
 // character of the escape current. Returns false when the escape yields no character.
-bool ScanEscape(Lexer* lexer, StringBuilder& text, uint32_t* value) {
+bool ScanEscape(Lexer* lexer, uint32_t* value) {
     uint32_t c = lexer->current;
     switch (c) {
         case 'a': *value = 7; return true;
@@ -141,7 +140,7 @@ bool ScanEscape(Lexer* lexer, StringBuilder& text, uint32_t* value) {
         }
         case 'x': {
             if (!IsHexDigit(lexer->next)) {
-                ReportStringError(lexer, text, "malformed hexadecimal character escape sequence");
+                ReportStringError(lexer, "malformed hexadecimal character escape sequence");
             }
             Advance(lexer);
             uint32_t result = HexDigitValue(lexer->current);
@@ -175,11 +174,11 @@ int32_t ScanString(Lexer* lexer, StringBuilder& text) {
     Advance(lexer);
     while (lexer->current != quote) {
         uint32_t c = lexer->current;
-        if (c == 0 || c == kLineFeed) ReportStringError(lexer, text, "unterminated string literal");
+        if (c == 0 || c == kLineFeed) ReportStringError(lexer, "unterminated string literal");
         if (c == '\\') {
             Advance(lexer);
             uint32_t value;
-            if (ScanEscape(lexer, text, &value)) AppendCodePoint(text, value);
+            if (ScanEscape(lexer, &value)) AppendCodePoint(text, value);
         } else {
             AppendCodePoint(text, c);
         }
@@ -260,28 +259,25 @@ int32_t ScanOperator(Lexer* lexer, StringBuilder& text) {
 void ScanToken(Lexer* lexer) {
     if (SkipWhitespaceAndComments(lexer)) return;
     BeginToken(lexer);
-    StringBuilder text{};
+    // One builder for every token of the script: its room is reused, not allocated per token.
+    StringBuilder& text = lexer->scratch;
+    text.length = 0;
+    if (text.text) text.text[0] = '\0';
     ResolveEscape(lexer);
 
     uint32_t c = lexer->current;
     int32_t kind = LEX_EOF;
-    try {
-        if (c == 0) {
-            kind = LEX_EOF;
-        } else if (IsIdentifierStart(c)) {
-            kind = ScanIdentifier(lexer, text);
-        } else if (IsDecimalDigit(c) || (c == '.' && IsDecimalDigit(lexer->next))) {
-            kind = ScanNumber(lexer, text);
-        } else if (c == '"' || c == '\'') {
-            kind = ScanString(lexer, text);
-        } else {
-            kind = ScanOperator(lexer, text);
-        }
-        // A code point 0 inside the text ends it, as the text is NUL-terminated.
-        StoreToken(lexer, kind, text.text);
-    } catch (...) {
-        FreeStringBuilder(text);
-        throw;
+    if (c == 0) {
+        kind = LEX_EOF;
+    } else if (IsIdentifierStart(c)) {
+        kind = ScanIdentifier(lexer, text);
+    } else if (IsDecimalDigit(c) || (c == '.' && IsDecimalDigit(lexer->next))) {
+        kind = ScanNumber(lexer, text);
+    } else if (c == '"' || c == '\'') {
+        kind = ScanString(lexer, text);
+    } else {
+        kind = ScanOperator(lexer, text);
     }
-    FreeStringBuilder(text);
+    // A code point 0 inside the text ends it, as the text is NUL-terminated.
+    StoreToken(lexer, kind, text.text);
 }

@@ -54,8 +54,13 @@ uint32_t HexDigitValue(uint32_t digit) {
     return digit - 'A' + 10;
 }
 
-Lexer* MakeLexer(RefString* source, RefString* fileName) {
+namespace {
+
+// Null arenas mean the lexer's own.
+Lexer* NewLexer(RefString* source, RefString* fileName, Arena* nodes, Arena* texts) {
     Lexer* lexer = static_cast<Lexer*>(CheckedCalloc(1, sizeof(Lexer)));
+    lexer->nodes = nodes ? nodes : &lexer->ownNodes;
+    lexer->texts = texts ? texts : &lexer->ownTexts;
     // One handle cell per string, shared by both position records; each record holds a reference.
     RefString** sourceHandle = NewRefHandle(RetainRefString(source));
     RefString** fileHandle = NewRefHandle(RetainRefString(fileName));
@@ -89,6 +94,14 @@ Lexer* MakeLexer(RefString* source, RefString* fileName) {
     ScanToken(lexer);
     return lexer;
 }
+
+}  // namespace
+
+Lexer* MakeLexer(RefString* source, RefString* fileName, Arena& nodes, Arena& texts) {
+    return NewLexer(source, fileName, &nodes, &texts);
+}
+
+Lexer* MakeLexer(RefString* source, RefString* fileName) { return NewLexer(source, fileName, nullptr, nullptr); }
 
 void Advance(Lexer* lexer) {
     lexer->position.offset++;

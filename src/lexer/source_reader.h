@@ -22,11 +22,18 @@ struct Lexer {
     uint32_t current;               // code point of the current character, 0 at the end
     uint32_t next;                  // code point of the look-ahead character, 0 at the end
     uint32_t reserved;
-    Arena nodes;                    // the nodes of this script's tree and their positions
+    Arena* nodes;                   // the tree's nodes, their positions and the token texts' records
+    Arena* texts;                   // the token texts
+    StringBuilder scratch;          // where a token's text is collected; freed when parsing ends
+    Arena ownNodes;                 // the arenas of a lexer that was given none
+    Arena ownTexts;
 };
 
 // Makes the lexer over a source copy that is padded with zero bytes, primes the two
-// characters and scans the first token (which may report an error).
+// characters and scans the first token (which may report an error). The tree and the token
+// texts go into `nodes` and `texts`, which the library shares among all scripts.
+Lexer* MakeLexer(RefString* source, RefString* fileName, Arena& nodes, Arena& texts);
+// The same with arenas of the lexer's own.
 Lexer* MakeLexer(RefString* source, RefString* fileName);
 // Zero bytes kept after the source copy, so decoding may read past the end safely.
 constexpr uint32_t kSourcePadding = 8;

@@ -49,18 +49,18 @@ Node* MakeNode(uint32_t kind, RefString* text, const SourcePosition* position) {
 }
 
 Node* MakeTokenNode(Lexer* lexer) {
-    return MakeNodeIn(lexer->nodes, static_cast<uint32_t>(lexer->tokenKind), *lexer->tokenText, &lexer->position);
+    return MakeNodeIn(*lexer->nodes, static_cast<uint32_t>(lexer->tokenKind), *lexer->tokenText, &lexer->position);
 }
 
 Node* MakeCurrentNode(Lexer* lexer, uint32_t kind) {
-    return MakeNodeIn(lexer->nodes, kind, *lexer->tokenText, &lexer->position);
+    return MakeNodeIn(*lexer->nodes, kind, *lexer->tokenText, &lexer->position);
 }
 
 Node* MakeTextNode(Lexer* lexer, uint32_t kind, const char* text) {
     RefString* string = NewRefString(text);
     Node* node;
     try {
-        node = MakeNodeIn(lexer->nodes, kind, string, &lexer->position);
+        node = MakeNodeIn(*lexer->nodes, kind, string, &lexer->position);
     } catch (...) {
         ReleaseRefString(string);
         throw;

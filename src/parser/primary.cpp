@@ -185,7 +185,7 @@ void AppendRegExpArguments(Lexer* lexer, Node* call, const char* literal) {
     lexer->tokenKind = LEX_REGEXP;
     SetTokenText(lexer, literal);
 
-    Node* n = MakeNodeIn(lexer->nodes, LEX_NEW, literal, &lexer->position);
+    Node* n = MakeNodeIn(*lexer->nodes, LEX_NEW, literal, &lexer->position);
     Node* c = MakeTextNode(lexer, '(', "(");
     AppendChild(n, c);
     AppendChild(c, MakeTextNode(lexer, LEX_ID, "RegExp"));

@@ -113,7 +113,7 @@ void ParseFor(Parser* parser, Node* parent) {
     ConsumeToken(lexer);
     if (lexer->tokenKind == ';') {
         // An absent condition reads as true; its text is that of the ';' standing there.
-        AppendChild(node, MakeNodeIn(lexer->nodes, LEX_TRUE, *lexer->tokenText, &lexer->position));
+        AppendChild(node, MakeNodeIn(*lexer->nodes, LEX_TRUE, *lexer->tokenText, &lexer->position));
     } else {
         AppendChild(node, ParseExpression(parser));
     }

@@ -58,6 +58,8 @@ PtrArray& GlobalVarList = processState.varList;
 PtrArray& GlobalFuncList = processState.funcList;
 PtrArray& GlobalFunctionRecords = processState.functionRecords;
 
+char* KeepText(const char* text) { return ArenaCopyText(State().texts, text, std::strlen(text)); }
+
 void ResetProcessState() {
     RetiredStates().push_back(new ProcessState(std::move(processState)));
     processState = ProcessState{};

@@ -54,9 +54,18 @@ struct ProcessState {
     CodeGenGlobals codegen;
     StateMark* activeMark;             // the call that may have to be taken back, or null
     DiagnosticLocation lastError;      // where the last compile error of a call was raised
+    // What the library keeps for the life of the process, in blocks shared by every call: the
+    // syntax trees with their token texts, patch and function records, branch labels, variable
+    // entries and accessor records, and the copies of names in the name table.
+    Arena records;
+    Arena texts;
 };
 
 ProcessState& State();
+
+// A zeroed record, and a copy of a text, kept for the life of the process in the shared blocks.
+inline void* KeepRecord(size_t size) { return ArenaAllocate(State().records, size); }
+char* KeepText(const char* text);
 
 // The names the rest of the library uses for the record's tables.
 extern uint32_t (&Crc32Table)[256];

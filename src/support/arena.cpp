@@ -1,27 +1,72 @@
 #include "support/arena.h"
 
+#include <cstring>
+#include <new>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
+
+#include "support/fault_injection.h"
 #include "support/strings.h"
 
 namespace {
 
 constexpr size_t kAlignment = alignof(std::max_align_t);
-constexpr size_t kBlockSize = 64 * 1024;
 
 size_t RoundUp(size_t size) { return (size + kAlignment - 1) & ~(kAlignment - 1); }
 
-}  // namespace
+// A block of the largest size. On Linux it is mapped at a 2 MiB boundary (the mapping is made
+// twice as large and the ends beyond the aligned block given back) and advised for huge pages;
+// elsewhere, and when mapping fails, it is an ordinary heap block. Never freed.
+uint8_t* NewLargestBlock() {
+#if defined(__linux__)
+    if (AllocationShouldFail()) throw std::bad_alloc();
+    size_t span = 2 * kArenaLargestBlock;
+    void* mapped = mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped != MAP_FAILED) {
+        uintptr_t start = reinterpret_cast<uintptr_t>(mapped);
+        uintptr_t aligned = (start + kArenaLargestBlock - 1) & ~(uintptr_t{kArenaLargestBlock} - 1);
+        if (aligned > start) munmap(mapped, aligned - start);
+        uintptr_t tail = aligned + kArenaLargestBlock;
+        if (start + span > tail) munmap(reinterpret_cast<void*>(tail), start + span - tail);
+        void* block = reinterpret_cast<void*>(aligned);
+        madvise(block, kArenaLargestBlock, MADV_HUGEPAGE);
+        return static_cast<uint8_t*>(block);
+    }
+#endif
+    return static_cast<uint8_t*>(CheckedMalloc(kArenaLargestBlock));
+}
 
-void* ArenaAllocate(Arena& arena, size_t size) {
-    size = RoundUp(size == 0 ? 1 : size);
+// `size` bytes from the current block, or from a new one.
+uint8_t* Carve(Arena& arena, size_t size) {
     if (arena.next && static_cast<size_t>(arena.end - arena.next) >= size) {
-        void* block = arena.next;
+        uint8_t* block = arena.next;
         arena.next += size;
         return block;
     }
-    // A large record gets a block of its own; the current block keeps its free room.
-    if (size > kBlockSize / 4) return CheckedCalloc(1, size);
-    uint8_t* block = static_cast<uint8_t*>(CheckedCalloc(1, kBlockSize));
+    if (size > kArenaLargeRequest) return static_cast<uint8_t*>(CheckedMalloc(size));
+    size_t blockSize = arena.blockSize != 0 ? arena.blockSize : kArenaFirstBlock;
+    uint8_t* block = blockSize >= kArenaLargestBlock ? NewLargestBlock()
+                                                     : static_cast<uint8_t*>(CheckedMalloc(blockSize));
     arena.next = block + size;
-    arena.end = block + kBlockSize;
+    arena.end = block + blockSize;
+    arena.blockSize = blockSize >= kArenaLargestBlock ? kArenaLargestBlock : 2 * blockSize;
     return block;
+}
+
+}  // namespace
+
+// Zeroed here, record by record, rather than a block at a time: the bytes are written while they
+// are in the cache anyway, and pages of a block are touched only as records reach them.
+void* ArenaAllocate(Arena& arena, size_t size) {
+    size = RoundUp(size == 0 ? 1 : size);
+    return std::memset(Carve(arena, size), 0, size);
+}
+
+char* ArenaCopyText(Arena& arena, const char* text, size_t length) {
+    char* copy = reinterpret_cast<char*>(Carve(arena, length + 1));
+    std::memcpy(copy, text, length);
+    copy[length] = '\0';
+    return copy;
 }

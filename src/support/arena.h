@@ -6,11 +6,25 @@
 #include <cstddef>
 #include <cstdint>
 
+// One arena serves either records (ArenaAllocate) or texts (ArenaCopyText), never both: texts
+// leave the free pointer unaligned. A zeroed record is an empty arena.
 struct Arena {
-    uint8_t* next;   // the first free byte of the current block
-    uint8_t* end;    // one past the current block
+    uint8_t* next;      // the first free byte of the current block
+    uint8_t* end;       // one past the current block
+    size_t blockSize;   // the size of the next block; 0 before the first
 };
+
+// Blocks start at 64 KiB and double up to 2 MiB, so a small script's arena stays small and a
+// large one takes few blocks. 2 MiB blocks are aligned to 2 MiB and, on Linux, offered to the
+// kernel for huge pages: one page fault then maps 2 MiB instead of 4 KiB.
+constexpr size_t kArenaFirstBlock = 64 * 1024;
+constexpr size_t kArenaLargestBlock = 2 * 1024 * 1024;
+// A request larger than this gets a heap block of its own, and the current block goes on.
+constexpr size_t kArenaLargeRequest = 16 * 1024;
 
 // `size` zeroed bytes, aligned for any record. Throws std::bad_alloc with the arena unchanged
 // when a new block cannot be had.
 void* ArenaAllocate(Arena& arena, size_t size);
+// A NUL-terminated copy of `length` bytes of `text`, packed without alignment. Throws
+// std::bad_alloc with the arena unchanged when a new block cannot be had.
+char* ArenaCopyText(Arena& arena, const char* text, size_t length);

@@ -29,6 +29,13 @@ void* CheckedCalloc(size_t count, size_t size) {
     return block;
 }
 
+void* CheckedRealloc(void* block, size_t size) {
+    if (AllocationShouldFail()) throw std::bad_alloc();
+    void* grown = std::realloc(block, size == 0 ? 1 : size);
+    if (!grown) throw std::bad_alloc();
+    return grown;
+}
+
 char* CheckedStrdup(const char* text) {
     size_t length = std::strlen(text);
     char* copy = static_cast<char*>(CheckedMalloc(length + 1));
@@ -40,6 +47,7 @@ RefString* AdoptRefString(char* text) {
     RefString* string = static_cast<RefString*>(CheckedMalloc(sizeof(RefString)));
     string->text = text;
     string->refs = 1;
+    string->flags = 0;
     return string;
 }
 
@@ -65,6 +73,16 @@ RefString* NewPaddedRefString(const char* text, uint32_t padding) {
     return AdoptCopy(copy);
 }
 
+RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text) {
+    if (!text) text = "";
+    char* copy = ArenaCopyText(texts, text, std::strlen(text));
+    RefString* string = static_cast<RefString*>(ArenaAllocate(records, sizeof(RefString)));
+    string->text = copy;
+    string->refs = 1;
+    string->flags = kRefStringInArena;
+    return string;
+}
+
 RefString* RetainRefString(RefString* string) {
     if (string) string->refs++;
     return string;
@@ -73,7 +91,7 @@ RefString* RetainRefString(RefString* string) {
 void ReleaseRefString(RefString* string) {
     if (!string) return;
     if (string->refs-- == 1) {
-        std::free(string->text);
+        if (!(string->flags & kRefStringInArena)) std::free(string->text);
         string->text = nullptr;
     }
 }

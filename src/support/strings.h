@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "support/arena.h"
+
 #define VELTJS_PRINTF(fmt, args) __attribute__((format(gnu_printf, fmt, args)))
 
 // A shared, reference-counted, NUL-terminated string. Release frees the text but never the
@@ -12,7 +14,12 @@
 struct RefString {
     char* text;
     uint32_t refs;
+    uint32_t flags;   // kRefStringInArena; sits in what would be the record's padding
 };
+
+// The text lives in an arena with the syntax tree: the last release clears `text` but frees
+// nothing.
+constexpr uint32_t kRefStringInArena = 1;
 
 // Copies text (null text gives an empty string). refs starts at 1.
 RefString* NewRefString(const char* text);
@@ -20,6 +27,9 @@ RefString* NewRefString(const char* text);
 RefString* NewPaddedRefString(const char* text, uint32_t padding);
 // Takes ownership of a malloc'd text; when it throws, the text still belongs to the caller.
 RefString* AdoptRefString(char* text);
+// The record in `records` and a copy of text (up to its first NUL) in `texts`: no allocator
+// call unless an arena needs a new block.
+RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text);
 RefString* RetainRefString(RefString* string);
 void ReleaseRefString(RefString* string);
 
@@ -74,6 +84,8 @@ void RollBackPtrArray(PtrArray& array, const PtrArray& before);
 void* CheckedMalloc(size_t size);
 void* CheckedCalloc(size_t count, size_t size);
 char* CheckedStrdup(const char* text);
+// Grows or shrinks a heap block; on failure the block is left as it was.
+void* CheckedRealloc(void* block, size_t size);
 // The same, null on failure, for the places that must not throw.
 void* TryMalloc(size_t size) noexcept;
 void* TryCalloc(size_t count, size_t size) noexcept;
