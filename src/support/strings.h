@@ -80,7 +80,8 @@ void FreePtrArray(PtrArray& array);
 void RollBackPtrArray(PtrArray& array, const PtrArray& before);
 
 // Allocation helpers: throw std::bad_alloc on failure. Every allocation of the library goes
-// through these (or through operator new), so a test build can make any one of them fail.
+// through these (or through operator new, or an arena, which asks the same hook), so a test build
+// can make any one of them fail.
 void* CheckedMalloc(size_t size);
 void* CheckedCalloc(size_t count, size_t size);
 char* CheckedStrdup(const char* text);
