@@ -7,8 +7,9 @@
 
 namespace {
 
-// FNV-1a with a final mix, so that nearby texts spread over the whole table.
-uint64_t TextHash(const char* text) {
+// FNV-1a with a final mix, so that nearby texts spread over the whole table, folded to 32 bits
+// (the index never has more slots than that).
+uint32_t TextHash(const char* text) {
     uint64_t hash = 0xCBF29CE484222325ull;
     for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; p++) {
         hash = (hash ^ *p) * 0x100000001B3ull;
@@ -16,7 +17,7 @@ uint64_t TextHash(const char* text) {
     hash ^= hash >> 33;
     hash *= 0xFF51AFD7ED558CCDull;
     hash ^= hash >> 33;
-    return hash;
+    return static_cast<uint32_t>(hash ^ (hash >> 32));
 }
 
 void Resize(NameIndex& index, uint64_t capacity) {
@@ -34,7 +35,7 @@ void Resize(NameIndex& index, uint64_t capacity) {
 }
 
 // The slot holding `text`, or the empty slot where it would go.
-NameSlot& Probe(NameIndex& index, const char* text, uint64_t hash) {
+NameSlot& Probe(NameIndex& index, const char* text, uint32_t hash) {
     uint64_t at = hash & index.mask;
     for (;;) {
         NameSlot& slot = index.slots[at];
@@ -57,7 +58,7 @@ void CatchUp(NameIndex& index) {
         const char* text = static_cast<const char*>(NameArray.data[index.indexed]);
         if (!text) continue;
         if (static_cast<uint64_t>(index.used + 1) * 2 > index.mask + 1) Resize(index, (index.mask + 1) * 2);
-        uint64_t hash = TextHash(text);
+        uint32_t hash = TextHash(text);
         NameSlot& slot = Probe(index, text, hash);
         if (slot.id >= 0) continue;   // an earlier id already holds this text
         slot.hash = hash;

@@ -15,8 +15,9 @@
 // Index from name text to the lowest id holding it, for entries below the name table's count:
 // open addressing with linear probing; each slot keeps its name's hash, so growth never rereads
 // text. Rebuilt lazily when the host overwrites an entry below the count.
+// Eight bytes, so that the index of a table of millions of names misses the cache less.
 struct NameSlot {
-    uint64_t hash;
+    uint32_t hash;
     int32_t id;   // -1: empty
 };
 

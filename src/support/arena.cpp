@@ -16,23 +16,35 @@ constexpr size_t kAlignment = alignof(std::max_align_t);
 
 size_t RoundUp(size_t size) { return (size + kAlignment - 1) & ~(kAlignment - 1); }
 
-// A block of the largest size. On Linux it is mapped at a 2 MiB boundary (the mapping is made
-// twice as large and the ends beyond the aligned block given back) and advised for huge pages;
-// elsewhere, and when mapping fails, it is an ordinary heap block. Never freed.
-uint8_t* NewLargestBlock() {
+// A block of the largest size. On Linux it comes from a mapping of kArenaRegion bytes that the
+// arena reserves at a 2 MiB boundary (made larger by one block, the unaligned ends given back)
+// and advises for huge pages; pages are resident only once records reach them. Reserving many
+// blocks at once keeps the process's mappings few: each is a line of /proc/self/maps, which the
+// C library reads to find the main thread's stack for every call's stack guard. Elsewhere, and
+// when mapping fails, a block is an ordinary heap block. Never freed.
+uint8_t* NewLargestBlock(Arena& arena) {
 #if defined(__linux__)
-    size_t span = 2 * kArenaLargestBlock;
-    void* mapped = mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (mapped != MAP_FAILED) {
-        uintptr_t start = reinterpret_cast<uintptr_t>(mapped);
-        uintptr_t aligned = (start + kArenaLargestBlock - 1) & ~(uintptr_t{kArenaLargestBlock} - 1);
-        if (aligned > start) munmap(mapped, aligned - start);
-        uintptr_t tail = aligned + kArenaLargestBlock;
-        if (start + span > tail) munmap(reinterpret_cast<void*>(tail), start + span - tail);
-        void* block = reinterpret_cast<void*>(aligned);
-        madvise(block, kArenaLargestBlock, MADV_HUGEPAGE);
-        return static_cast<uint8_t*>(block);
+    if (static_cast<size_t>(arena.regionEnd - arena.regionNext) < kArenaLargestBlock) {
+        size_t span = kArenaRegion + kArenaLargestBlock;
+        void* mapped = mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (mapped != MAP_FAILED) {
+            uintptr_t start = reinterpret_cast<uintptr_t>(mapped);
+            uintptr_t aligned = (start + kArenaLargestBlock - 1) & ~(uintptr_t{kArenaLargestBlock} - 1);
+            if (aligned > start) munmap(mapped, aligned - start);
+            uintptr_t tail = aligned + kArenaRegion;
+            if (start + span > tail) munmap(reinterpret_cast<void*>(tail), start + span - tail);
+            madvise(reinterpret_cast<void*>(aligned), kArenaRegion, MADV_HUGEPAGE);
+            arena.regionNext = reinterpret_cast<uint8_t*>(aligned);
+            arena.regionEnd = reinterpret_cast<uint8_t*>(tail);
+        }
     }
+    if (static_cast<size_t>(arena.regionEnd - arena.regionNext) >= kArenaLargestBlock) {
+        uint8_t* block = arena.regionNext;
+        arena.regionNext += kArenaLargestBlock;
+        return block;
+    }
+#else
+    (void)arena;
 #endif
     return static_cast<uint8_t*>(std::malloc(kArenaLargestBlock));
 }
@@ -53,7 +65,7 @@ uint8_t* Carve(Arena& arena, size_t size) {
         return static_cast<uint8_t*>(own);
     }
     size_t blockSize = arena.blockSize != 0 ? arena.blockSize : kArenaFirstBlock;
-    uint8_t* block = blockSize >= kArenaLargestBlock ? NewLargestBlock()
+    uint8_t* block = blockSize >= kArenaLargestBlock ? NewLargestBlock(arena)
                                                      : static_cast<uint8_t*>(std::malloc(blockSize));
     if (!block) throw std::bad_alloc();
     arena.next = block + size;

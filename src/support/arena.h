@@ -9,9 +9,11 @@
 // One arena serves either records (ArenaAllocate) or texts (ArenaCopyText), never both: texts
 // leave the free pointer unaligned. A zeroed record is an empty arena.
 struct Arena {
-    uint8_t* next;      // the first free byte of the current block
-    uint8_t* end;       // one past the current block
-    size_t blockSize;   // the size of the next block; 0 before the first
+    uint8_t* next;        // the first free byte of the current block
+    uint8_t* end;         // one past the current block
+    size_t blockSize;     // the size of the next block; 0 before the first
+    uint8_t* regionNext;  // reserved address space the next largest blocks come from
+    uint8_t* regionEnd;
 };
 
 // Blocks start at 64 KiB and double up to 2 MiB, so a small script's arena stays small and a
@@ -19,6 +21,8 @@ struct Arena {
 // kernel for huge pages: one page fault then maps 2 MiB instead of 4 KiB.
 constexpr size_t kArenaFirstBlock = 64 * 1024;
 constexpr size_t kArenaLargestBlock = 2 * 1024 * 1024;
+// Address space reserved at a time for the largest blocks (Linux).
+constexpr size_t kArenaRegion = 64 * 1024 * 1024;
 // A request larger than this gets a heap block of its own, and the current block goes on.
 constexpr size_t kArenaLargeRequest = 16 * 1024;
 
