@@ -112,8 +112,7 @@ VELTJS_API CompileUnit* VeltJS_Parse(const char* source, const char* fileName, c
         RecordUnknownError(unit);
     }
     if (!unit->scriptName) unit->scriptName = kNoScriptName;
-    // The lexer stays with the tree, but its token builder is needed no more.
-    if (lexer) FreeStringBuilder(lexer->scratch);
+    if (lexer) EndLexing(lexer);
     ReleaseRefString(sourceText);
     ReleaseRefString(fileText);
     return unit;

@@ -140,7 +140,8 @@ RefString* QualifiedName(CodeGenContext& cx, const char* name) {
     if (!name) name = "";
     // The length first, so that the text is allocated once: in deeply nested functions the
     // qualified names run to thousands of characters.
-    size_t length = std::strlen(name) + 1;
+    size_t nameLength = std::strlen(name);
+    size_t length = nameLength + 1;
     for (ListNode* node = cx.scopes.first; node; node = node->next) {
         if (const char* declared = QualifierOf(node)) length += std::strlen(declared) + 1;
     }
@@ -154,7 +155,7 @@ RefString* QualifiedName(CodeGenContext& cx, const char* name) {
         out += part;
         *out++ = '@';
     }
-    std::memcpy(out, name, std::strlen(name) + 1);
+    std::memcpy(out, name, nameLength + 1);
     try {
         return AdoptRefString(text);
     } catch (...) {

@@ -112,10 +112,6 @@ int32_t ScanNumber(Lexer* lexer, StringBuilder& text) {
     return kind;
 }
 
-[[noreturn]] void ReportStringError(Lexer* lexer, const char* message) {
-    ReportError(&lexer->position, "%s", message);
-}
-
 // Reads the escape whose character (after the backslash) is current, leaving the last
 // character of the escape current. Returns false when the escape yields no character.
 bool ScanEscape(Lexer* lexer, uint32_t* value) {
@@ -140,7 +136,7 @@ bool ScanEscape(Lexer* lexer, uint32_t* value) {
         }
         case 'x': {
             if (!IsHexDigit(lexer->next)) {
-                ReportStringError(lexer, "malformed hexadecimal character escape sequence");
+                ReportError(&lexer->position, "malformed hexadecimal character escape sequence");
             }
             Advance(lexer);
             uint32_t result = HexDigitValue(lexer->current);
@@ -174,7 +170,7 @@ int32_t ScanString(Lexer* lexer, StringBuilder& text) {
     Advance(lexer);
     while (lexer->current != quote) {
         uint32_t c = lexer->current;
-        if (c == 0 || c == kLineFeed) ReportStringError(lexer, "unterminated string literal");
+        if (c == 0 || c == kLineFeed) ReportError(&lexer->position, "unterminated string literal");
         if (c == '\\') {
             Advance(lexer);
             uint32_t value;

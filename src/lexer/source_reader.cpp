@@ -103,6 +103,8 @@ Lexer* MakeLexer(RefString* source, RefString* fileName, Arena& nodes, Arena& te
 
 Lexer* MakeLexer(RefString* source, RefString* fileName) { return NewLexer(source, fileName, nullptr, nullptr); }
 
+void EndLexing(Lexer* lexer) { FreeStringBuilder(lexer->scratch); }
+
 void Advance(Lexer* lexer) {
     lexer->position.offset++;
     if (lexer->current == kLineFeed) {

@@ -35,6 +35,8 @@ struct Lexer {
 Lexer* MakeLexer(RefString* source, RefString* fileName, Arena& nodes, Arena& texts);
 // The same with arenas of the lexer's own.
 Lexer* MakeLexer(RefString* source, RefString* fileName);
+// Frees what only scanning needs (the token text builder); the lexer itself stays with the tree.
+void EndLexing(Lexer* lexer);
 // Zero bytes kept after the source copy, so decoding may read past the end safely.
 constexpr uint32_t kSourcePadding = 8;
 
