@@ -6,11 +6,12 @@
 // DIR/SHAPE-SIZEmb.js for every shape and size (MB), DIR/project/scriptNNNN.js for a project of
 // N realistic scripts (default 5,000), and DIR/list.txt naming every file in that order.
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
+#include <limits>
 #include <string>
 #include <vector>
+
+#include <CLI/CLI.hpp>
 
 #include "corpus.h"
 
@@ -23,31 +24,29 @@ bool WriteFile(const std::filesystem::path& path, const std::string& text) {
     return std::fclose(file) == 0 && ok;
 }
 
-std::vector<int> ParseSizes(const char* text) {
-    std::vector<int> sizes;
-    for (const char* p = text; *p;) {
-        sizes.push_back(std::atoi(p));
-        const char* comma = std::strchr(p, ',');
-        if (!comma) break;
-        p = comma + 1;
-    }
-    return sizes;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        std::fprintf(stderr, "usage: veltjs_corpus DIR [--sizes 1,4,16] [--project N]\n");
-        return 2;
-    }
-    std::filesystem::path dir = argv[1];
+    std::string directory;
     std::vector<int> sizes = {1, 4, 16};
     int project = 5000;
-    for (int i = 2; i + 1 < argc; i += 2) {
-        if (std::strcmp(argv[i], "--sizes") == 0) sizes = ParseSizes(argv[i + 1]);
-        else if (std::strcmp(argv[i], "--project") == 0) project = std::atoi(argv[i + 1]);
-    }
+    CLI::App app{"Writes the benchmark corpora as files: DIR/SHAPE-SIZEmb.js for every shape and size,\n"
+                 "DIR/project/scriptNNNN.js for a project of realistic scripts, and DIR/list.txt naming them.",
+                 "veltjs_corpus"};
+    app.add_option("DIR", directory, "Directory to write into (created if missing)")->required();
+    // One argument per --sizes, so that DIR may follow it.
+    app.add_option("--sizes", sizes, "Sizes of each shape's script, in MB, comma-separated")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(CLI::Range(1, 1024))
+        ->capture_default_str();
+    // 0 for runs that need only the shapes.
+    app.add_option("--project", project, "Number of scripts in the project")
+        ->check(CLI::Range(0, std::numeric_limits<int>::max()))
+        ->capture_default_str();
+    CLI11_PARSE(app, argc, argv);
+
+    std::filesystem::path dir = directory;
     std::filesystem::create_directories(dir / "project");
     std::string list;
     for (const bench::Shape& shape : bench::Shapes()) {

@@ -13,10 +13,10 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
+
+#include <CLI/CLI.hpp>
 
 #include "corpus.h"
 #include "duktape.h"
@@ -98,44 +98,31 @@ Measure Best(const bench::Shape& shape, size_t bytes, bool duktape, int runs) {
     return best;
 }
 
-std::vector<std::string> Split(const char* text) {
-    std::vector<std::string> parts;
-    std::string part;
-    for (const char* p = text;; p++) {
-        if (*p == ',' || *p == '\0') {
-            if (!part.empty()) parts.push_back(part);
-            part.clear();
-            if (*p == '\0') break;
-        } else {
-            part += *p;
-        }
-    }
-    return parts;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     std::vector<int> sizes = {1, 4, 16};
-    std::vector<const bench::Shape*> shapes;
+    std::vector<std::string> shapeNames;
     int runs = 3;
-    for (int i = 1; i + 1 < argc; i += 2) {
-        if (std::strcmp(argv[i], "--sizes") == 0) {
-            sizes.clear();
-            for (const std::string& s : Split(argv[i + 1])) sizes.push_back(std::atoi(s.c_str()));
-        } else if (std::strcmp(argv[i], "--shapes") == 0) {
-            for (const std::string& s : Split(argv[i + 1])) {
-                const bench::Shape* shape = bench::FindShape(s);
-                if (!shape) {
-                    std::fprintf(stderr, "shapes_bench: no shape %s\n", s.c_str());
-                    return 2;
-                }
-                shapes.push_back(shape);
-            }
-        } else if (std::strcmp(argv[i], "--runs") == 0) {
-            runs = std::atoi(argv[i + 1]);
-        }
-    }
+    std::vector<std::string> allShapes;
+    for (const bench::Shape& shape : bench::Shapes()) allShapes.push_back(shape.name);
+    CLI::App app{"Throughput, linearity and memory on every shape of script, VeltJS beside Duktape.\n"
+                 "Each measurement runs in a child process of its own; the best time of the runs is kept.",
+                 "shapes_bench"};
+    app.add_option("--sizes", sizes, "Sizes of each script, in MB, comma-separated")
+        ->delimiter(',')
+        ->check(CLI::Range(1, 1024))
+        ->capture_default_str();
+    app.add_option("--shapes", shapeNames, "Shapes to measure, comma-separated (default: all)")
+        ->delimiter(',')
+        ->check(CLI::IsMember(allShapes));
+    app.add_option("--runs", runs, "Runs of each measurement (a run over 20 s is not repeated)")
+        ->check(CLI::Range(1, 1000))
+        ->capture_default_str();
+    CLI11_PARSE(app, argc, argv);
+
+    std::vector<const bench::Shape*> shapes;
+    for (const std::string& name : shapeNames) shapes.push_back(bench::FindShape(name));
     if (shapes.empty()) {
         for (const bench::Shape& shape : bench::Shapes()) shapes.push_back(&shape);
     }
