@@ -56,6 +56,32 @@ TEST(Arena, ALongTextGetsABlockOfItsOwn) {
     EXPECT_EQ(ArenaCopyText(arena, "b", 1), small + 2);
 }
 
+TEST(Arena, TheLastRecordOrTextCanBeRewoundAndTheNextRequestGetsItsBytes) {
+    Arena records{};
+    EXPECT_FALSE(ArenaEndsWithRecord(records, nullptr, 16));
+    uint8_t* first = static_cast<uint8_t*>(ArenaAllocate(records, 24));
+    uint8_t* second = static_cast<uint8_t*>(ArenaAllocate(records, 10));
+    // Sizes count as the arena rounds them.
+    EXPECT_TRUE(ArenaEndsWithRecord(records, second, 10));
+    EXPECT_TRUE(ArenaEndsWithRecord(records, second, 16));
+    EXPECT_FALSE(ArenaEndsWithRecord(records, first, 24));
+    second[0] = 0x5A;
+    ArenaRewind(records, second);
+    uint8_t* again = static_cast<uint8_t*>(ArenaAllocate(records, 16));
+    EXPECT_EQ(again, second);
+    EXPECT_EQ(again[0], 0);   // zeroed again
+
+    Arena texts{};
+    char* a = ArenaCopyText(texts, "abc", 3);
+    char* b = ArenaCopyText(texts, "de", 2);
+    EXPECT_TRUE(ArenaEndsWithText(texts, b, 2));
+    EXPECT_FALSE(ArenaEndsWithText(texts, a, 3));
+    ArenaRewind(texts, b);
+    EXPECT_TRUE(ArenaEndsWithText(texts, a, 3));
+    EXPECT_EQ(ArenaCopyText(texts, "xyz", 3), b);
+    EXPECT_STREQ(a, "abc");
+}
+
 TEST(Arena, BlocksDoubleFromTheFirstSizeToTheLargestAndTheLargestAreAligned) {
     Arena arena{};
     uint8_t* first = static_cast<uint8_t*>(ArenaAllocate(arena, 16));

@@ -36,6 +36,48 @@ ScannedToken Single(const std::string& source) {
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------
+// Token texts in the arenas
+
+TEST(Scanner, ATokenNoOneTookGivesItsRecordAndTextToTheNextToken) {
+    RefString* source = NewPaddedRefString("((((((((((((((((((((((((((((((((x", kSourcePadding);
+    RefString* file = NewRefString("file.js");
+    Arena records{};
+    Arena texts{};
+    Lexer* lexer = MakeLexer(source, file, records, texts);
+    RefString* first = *lexer->tokenText;
+    for (int i = 0; i < 32; i++) {
+        ASSERT_EQ(lexer->tokenKind, '(');
+        EXPECT_EQ(*lexer->tokenText, first) << i;
+        ScanToken(lexer);
+    }
+    // The identifier is in the same place, with its own text.
+    EXPECT_EQ(lexer->tokenKind, LEX_ID);
+    EXPECT_EQ(*lexer->tokenText, first);
+    EXPECT_EQ(TokenText(lexer), "x");
+}
+
+TEST(Scanner, ATokenSomeoneHoldsKeepsItsRecordAndTextWhenTheScannerGoesOn) {
+    RefString* source = NewPaddedRefString("alpha(beta)", kSourcePadding);
+    RefString* file = NewRefString("file.js");
+    Arena records{};
+    Arena texts{};
+    Lexer* lexer = MakeLexer(source, file, records, texts);
+    RefString* alpha = RetainRefString(*lexer->tokenText);
+    ScanToken(lexer);
+    ScanToken(lexer);
+    RefString* beta = RetainRefString(*lexer->tokenText);
+    ScanToken(lexer);
+    ScanToken(lexer);
+    EXPECT_EQ(lexer->tokenKind, LEX_EOF);
+    EXPECT_STREQ(alpha->text, "alpha");
+    EXPECT_STREQ(beta->text, "beta");
+    EXPECT_EQ(alpha->refs, 1u);
+    EXPECT_EQ(beta->refs, 1u);
+    EXPECT_NE(*lexer->tokenText, alpha);
+    EXPECT_NE(*lexer->tokenText, beta);
+}
+
+// ---------------------------------------------------------------------------------------------
 // Whitespace, comments and the automatic semicolon
 
 TEST(Scanner, NewlineBeforePlusPlusInsertsSemicolon) {

@@ -46,6 +46,49 @@ TEST(RefString, ArenaStringKeepsItsRecordAndTextInTheArenasAndItsLastReleaseOnly
     EXPECT_STREQ(text, "name");
 }
 
+TEST(RefString, AnArenaStringOnlyItsMakerHoldsIsTakenBackWhenItEndsBothArenas) {
+    Arena records{};
+    Arena texts{};
+    RefString* first = NewArenaRefString(records, texts, "first");
+    char* firstText = first->text;
+    EXPECT_TRUE(TakeBackArenaRefString(records, texts, first));
+    // The next string takes the same record and the same place for its text.
+    RefString* second = NewArenaRefString(records, texts, "second, longer");
+    EXPECT_EQ(second, first);
+    EXPECT_EQ(second->text, firstText);
+    EXPECT_STREQ(second->text, "second, longer");
+    EXPECT_EQ(second->refs, 1u);
+}
+
+TEST(RefString, AStringSomeoneElseHoldsOrThatIsNotLastOrNotInAnArenaIsNotTakenBack) {
+    Arena records{};
+    Arena texts{};
+    RefString* held = NewArenaRefString(records, texts, "held");
+    RetainRefString(held);
+    EXPECT_FALSE(TakeBackArenaRefString(records, texts, held));
+    EXPECT_EQ(held->refs, 2u);
+    EXPECT_STREQ(held->text, "held");
+
+    // A record after it in the record arena, or a text after it in the text arena.
+    RefString* before = NewArenaRefString(records, texts, "before");
+    ArenaAllocate(records, 8);
+    EXPECT_FALSE(TakeBackArenaRefString(records, texts, before));
+    RefString* early = NewArenaRefString(records, texts, "early");
+    ArenaCopyText(texts, "later", 5);
+    EXPECT_FALSE(TakeBackArenaRefString(records, texts, early));
+    EXPECT_STREQ(early->text, "early");
+    RefString* next = NewArenaRefString(records, texts, "next");
+    EXPECT_NE(next, early);
+    EXPECT_STREQ(early->text, "early");
+
+    RefString* heap = NewRefString("heap");
+    EXPECT_FALSE(TakeBackArenaRefString(records, texts, heap));
+    EXPECT_STREQ(heap->text, "heap");
+    ReleaseRefString(heap);
+    std::free(heap);
+    EXPECT_FALSE(TakeBackArenaRefString(records, texts, nullptr));
+}
+
 TEST(RefString, PaddedCopyEndsInZeroBytes) {
     RefString* string = NewPaddedRefString("ab", 8);
     for (int i = 2; i < 11; i++) EXPECT_EQ(string->text[i], '\0') << i;

@@ -22,6 +22,9 @@ void Take(Lexer* lexer, StringBuilder& text) {
 }
 
 void StoreToken(Lexer* lexer, int32_t kind, const char* text) {
+    // A token that no node took (a ')', a ';' ...) leaves its record and text at the arenas' ends:
+    // the new token's take their place, so such tokens cost the tree nothing.
+    if (TakeBackArenaRefString(*lexer->nodes, *lexer->texts, *lexer->tokenText)) *lexer->tokenText = nullptr;
     RefString* stored = NewArenaRefString(*lexer->nodes, *lexer->texts, text);
     lexer->tokenKind = kind;
     ReleaseRefString(*lexer->tokenText);

@@ -89,3 +89,15 @@ char* ArenaCopyText(Arena& arena, const char* text, size_t length) {
     copy[length] = '\0';
     return copy;
 }
+
+bool ArenaEndsWithRecord(const Arena& arena, const void* start, size_t size) {
+    return arena.next && static_cast<const uint8_t*>(start) + RoundUp(size == 0 ? 1 : size) == arena.next;
+}
+
+bool ArenaEndsWithText(const Arena& arena, const char* text, size_t length) {
+    return arena.next && reinterpret_cast<const uint8_t*>(text) + length + 1 == arena.next;
+}
+
+void ArenaRewind(Arena& arena, const void* start) {
+    arena.next = static_cast<uint8_t*>(const_cast<void*>(start));
+}

@@ -32,3 +32,11 @@ void* ArenaAllocate(Arena& arena, size_t size);
 // A NUL-terminated copy of `length` bytes of `text`, packed without alignment. Throws
 // std::bad_alloc with the arena unchanged when a new block cannot be had.
 char* ArenaCopyText(Arena& arena, const char* text, size_t length);
+// Whether the `size` bytes at `start` are the last an arena handed out (a record's size is
+// rounded as ArenaAllocate rounds it; a text's is its length plus one).
+bool ArenaEndsWithRecord(const Arena& arena, const void* start, size_t size);
+bool ArenaEndsWithText(const Arena& arena, const char* text, size_t length);
+// Takes back everything from `start` on, which must be the start of the last request or of a
+// request after which nothing else in the current block was handed out: the next request gets
+// the same bytes. Only for a record or text no one holds any longer.
+void ArenaRewind(Arena& arena, const void* start);

@@ -83,6 +83,15 @@ RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text) {
     return string;
 }
 
+bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string) {
+    if (!string || !(string->flags & kRefStringInArena) || string->refs != 1 || !string->text) return false;
+    if (!ArenaEndsWithRecord(records, string, sizeof(RefString))) return false;
+    if (!ArenaEndsWithText(texts, string->text, std::strlen(string->text))) return false;
+    ArenaRewind(texts, string->text);
+    ArenaRewind(records, string);
+    return true;
+}
+
 RefString* RetainRefString(RefString* string) {
     if (string) string->refs++;
     return string;
