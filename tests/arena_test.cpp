@@ -82,6 +82,35 @@ TEST(Arena, TheLastRecordOrTextCanBeRewoundAndTheNextRequestGetsItsBytes) {
     EXPECT_STREQ(a, "abc");
 }
 
+TEST(Arena, BlocksUpToTheLargestCarvedSizeComeFromTheBlocksAndLargerOnesGetTheirOwn) {
+    Arena arena{};
+    uint8_t* small = static_cast<uint8_t*>(ArenaAllocate(arena, 16));
+    std::vector<uint8_t> data(100000, 0x3C);
+    // Larger than the first block: a new block big enough is taken, and later records follow it.
+    uint8_t* block = static_cast<uint8_t*>(ArenaCopyBlock(arena, data.data(), data.size()));
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % alignof(std::max_align_t), 0u);
+    EXPECT_EQ(block[0], 0x3C);
+    EXPECT_EQ(block[data.size() - 1], 0x3C);
+    uint8_t* after = static_cast<uint8_t*>(ArenaAllocate(arena, 16));
+    EXPECT_EQ(after, block + data.size());
+    EXPECT_NE(after, small + 16);
+    // One byte past the largest carved size: a block of its own, and the current block goes on.
+    std::vector<uint8_t> large(kArenaLargestCarvedBlock + 1, 0x11);
+    uint8_t* own = static_cast<uint8_t*>(ArenaCopyBlock(arena, large.data(), large.size()));
+    EXPECT_EQ(own[large.size() - 1], 0x11);
+    EXPECT_EQ(static_cast<uint8_t*>(ArenaAllocate(arena, 16)), after + 16);
+}
+
+TEST(Arena, ALongTextCopyEndsInTheZerosAskedFor) {
+    Arena arena{};
+    std::string text(70000, 'k');
+    char* copy = ArenaCopyLongText(arena, text.c_str(), text.size(), 9);
+    EXPECT_EQ(std::string(copy, text.size()), text);
+    for (size_t i = 0; i < 9; i++) EXPECT_EQ(copy[text.size() + i], '\0') << i;
+    // Texts are packed: the next one starts right after the zeros.
+    EXPECT_EQ(ArenaCopyText(arena, "z", 1), copy + text.size() + 9);
+}
+
 TEST(Arena, BlocksDoubleFromTheFirstSizeToTheLargestAndTheLargestAreAligned) {
     Arena arena{};
     uint8_t* first = static_cast<uint8_t*>(ArenaAllocate(arena, 16));

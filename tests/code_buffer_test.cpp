@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "bytecode/code_buffer.h"
 
 TEST(CodeBuffer, NewBufferHas256BytesAndNothingWritten) {
@@ -67,4 +69,66 @@ TEST(CodeBuffer, PatchRewritesAWordInPlace) {
     EXPECT_EQ(ReadWord(*buffer, 0), 0xB6000002u);
     EXPECT_EQ(ReadWord(*buffer, 4), 1u);
     delete buffer;
+}
+
+// A finished buffer's words are copied to the arena, and the block they were written in is left
+// for the next buffer, which writes into it from the start.
+TEST(CodeBuffer, AFinishedBufferKeepsACopyInTheArenaAndLeavesItsBlockForTheNext) {
+    Arena records{};
+    SpareBlock spare{nullptr, 0};
+    VMWriteBuffer* first = CreateWriteBufferFrom(spare);
+    EXPECT_EQ(first->size, 256);
+    for (uint32_t i = 0; i < 100; i++) WriteWords(*first, {i * 3});
+    uint8_t* block = first->data;
+    int64_t capacity = first->size;
+    uint8_t* copy = CopyWritten(*first, records);
+    ASSERT_NE(copy, nullptr);
+    FinishWithCopy(*first, copy, spare);
+    EXPECT_EQ(first->data, copy);
+    EXPECT_EQ(first->size, 400);
+    for (uint32_t i = 0; i < 100; i++) EXPECT_EQ(ReadWord(*first, i * 4), i * 3);
+    EXPECT_EQ(spare.data, block);
+    EXPECT_EQ(spare.size, capacity);
+
+    VMWriteBuffer* second = CreateWriteBufferFrom(spare);
+    EXPECT_EQ(second->data, block);
+    EXPECT_EQ(second->size, capacity);
+    EXPECT_EQ(CurrentOffset(*second), 0);
+    EXPECT_EQ(spare.data, nullptr);
+    WriteWords(*second, {7u});
+    // The first buffer's words are its own.
+    EXPECT_EQ(ReadWord(*first, 0), 0u);
+    EXPECT_EQ(ReadWord(*second, 0), 7u);
+    // Deleting a buffer whose data is in the arena frees only its own block, if any.
+    delete first;
+    delete second;
+}
+
+TEST(CodeBuffer, ABufferTooLargeToCarveKeepsItsOwnBlock) {
+    Arena records{};
+    SpareBlock spare{nullptr, 0};
+    VMWriteBuffer* buffer = CreateWriteBufferFrom(spare);
+    uint32_t words = static_cast<uint32_t>(kArenaLargestCarvedBlock / 4) + 1;
+    for (uint32_t i = 0; i < words; i++) WriteWords(*buffer, {i});
+    uint8_t* block = buffer->data;
+    uint8_t* copy = CopyWritten(*buffer, records);
+    EXPECT_EQ(copy, nullptr);
+    FinishWithCopy(*buffer, copy, spare);
+    EXPECT_EQ(buffer->data, block);
+    EXPECT_EQ(buffer->size, static_cast<int64_t>(words) * 4);
+    EXPECT_EQ(ReadWord(*buffer, (words - 1) * 4), words - 1);
+    EXPECT_EQ(spare.data, nullptr);
+    delete buffer;
+}
+
+TEST(CodeBuffer, AnEmptyFinishedBufferStillHasData) {
+    Arena records{};
+    SpareBlock spare{nullptr, 0};
+    VMWriteBuffer* buffer = CreateWriteBufferFrom(spare);
+    FinishWithCopy(*buffer, CopyWritten(*buffer, records), spare);
+    EXPECT_EQ(buffer->size, 0);
+    EXPECT_NE(buffer->data, nullptr);
+    EXPECT_NE(spare.data, nullptr);
+    delete buffer;
+    std::free(spare.data);
 }

@@ -89,6 +89,19 @@ TEST(RefString, AStringSomeoneElseHoldsOrThatIsNotLastOrNotInAnArenaIsNotTakenBa
     EXPECT_FALSE(TakeBackArenaRefString(records, texts, nullptr));
 }
 
+TEST(RefString, ArenaPaddedCopyEndsInZeroBytesAndKeepsItsTextInTheArena) {
+    Arena records{};
+    Arena texts{};
+    RefString* string = NewArenaPaddedRefString(records, texts, "ab", 8);
+    EXPECT_STREQ(string->text, "ab");
+    EXPECT_EQ(string->refs, 1u);
+    for (int i = 2; i < 11; i++) EXPECT_EQ(string->text[i], '\0') << i;
+    char* text = string->text;
+    ReleaseRefString(string);
+    EXPECT_EQ(string->text, nullptr);
+    EXPECT_EQ(text[0], 'a');
+}
+
 TEST(RefString, PaddedCopyEndsInZeroBytes) {
     RefString* string = NewPaddedRefString("ab", 8);
     for (int i = 2; i < 11; i++) EXPECT_EQ(string->text[i], '\0') << i;

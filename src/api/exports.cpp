@@ -99,7 +99,8 @@ VELTJS_API CompileUnit* VeltJS_Parse(const char* source, const char* fileName, c
     Lexer* lexer = nullptr;
     try {
         unit->scriptName = CopyScriptName(scriptName);
-        sourceText = NewPaddedRefString(source ? source : "", kSourcePadding);
+        // Kept with the tree, whose positions share it.
+        sourceText = NewArenaPaddedRefString(State().records, State().texts, source ? source : "", kSourcePadding);
         fileText = NewRefString(fileName ? fileName : "");
         lexer = MakeLexer(sourceText, fileText, State().records, State().texts);
         Parser* parser = MakeParser(lexer);

@@ -7,7 +7,7 @@
 #include "support/strings.h"
 
 VMBuffer::~VMBuffer() {
-    std::free(data);
+    if (!dataInArena) std::free(data);
     data = nullptr;
 }
 
@@ -23,6 +23,16 @@ VMWriteBuffer* CreateWriteBuffer() {
     }
     buffer->size = 256;
     buffer->cursor = buffer->data;
+    return buffer;
+}
+
+VMWriteBuffer* CreateWriteBufferFrom(SpareBlock& spare) {
+    if (!spare.data) return CreateWriteBuffer();
+    VMWriteBuffer* buffer = new VMWriteBuffer();
+    buffer->data = spare.data;
+    buffer->size = spare.size;
+    buffer->cursor = buffer->data;
+    spare = SpareBlock{nullptr, 0};
     return buffer;
 }
 
@@ -51,4 +61,25 @@ uint32_t ReadWord(const VMBuffer& buffer, int64_t offset) { return LoadWord(buff
 
 void FinishBuffer(VMBuffer& buffer) {
     buffer.size = buffer.cursor - buffer.data;
+}
+
+uint8_t* CopyWritten(const VMBuffer& buffer, Arena& arena) {
+    int64_t written = buffer.cursor - buffer.data;
+    if (static_cast<uint64_t>(written) > kArenaLargestCarvedBlock) return nullptr;
+    return static_cast<uint8_t*>(ArenaCopyBlock(arena, buffer.data, static_cast<size_t>(written)));
+}
+
+void FinishWithCopy(VMBuffer& buffer, uint8_t* copy, SpareBlock& spare) {
+    if (copy) {
+        int64_t written = buffer.cursor - buffer.data;
+        if (!spare.data) {
+            spare = SpareBlock{buffer.data, buffer.size};
+        } else {
+            std::free(buffer.data);
+        }
+        buffer.data = copy;
+        buffer.cursor = copy + written;
+        buffer.dataInArena = true;
+    }
+    FinishBuffer(buffer);
 }

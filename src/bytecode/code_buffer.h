@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <initializer_list>
 
+#include "support/arena.h"
+
 class VMBuffer {
 public:
     VMBuffer() = default;
@@ -14,6 +16,7 @@ public:
     int64_t size = 0;          // capacity while writing; bytes written once finished
     uint8_t* data = nullptr;
     uint8_t* cursor = nullptr;
+    bool dataInArena = false;  // the finished data was copied to an arena: not freed with the buffer
 };
 
 class VMWriteBuffer : public VMBuffer {
@@ -36,6 +39,9 @@ inline uint32_t LoadWord(const uint8_t* at) {
 
 // A buffer of 256 bytes, nothing written.
 VMWriteBuffer* CreateWriteBuffer();
+// A buffer that writes into the spare block, taking it, or a new one of 256 bytes when there is
+// none.
+VMWriteBuffer* CreateWriteBufferFrom(SpareBlock& spare);
 // Appends the words in order, doubling the block as often as needed.
 void WriteWords(VMBuffer& buffer, std::initializer_list<uint32_t> words);
 // The byte offset where the next word goes.
@@ -45,3 +51,11 @@ void PatchWord(VMBuffer& buffer, int64_t offset, uint32_t word);
 uint32_t ReadWord(const VMBuffer& buffer, int64_t offset);
 // size becomes the number of bytes written.
 void FinishBuffer(VMBuffer& buffer);
+// Keeping what a buffer wrote with the process's records, in two steps so that a compile can
+// copy both of its buffers before it changes either:
+// a copy in `arena` of what was written, or null when it is too large to be carved there (the
+// buffer then keeps its own block). Throws with nothing changed when the copy cannot be had.
+uint8_t* CopyWritten(const VMBuffer& buffer, Arena& arena);
+// Never fails: the buffer's data becomes `copy` (when not null) and its own block the spare one
+// (or is freed when there is a spare already); then FinishBuffer.
+void FinishWithCopy(VMBuffer& buffer, uint8_t* copy, SpareBlock& spare);

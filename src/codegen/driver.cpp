@@ -103,8 +103,8 @@ void BeginCompile(CodeGenContext& cx, const char* scriptName, uint8_t topLevel) 
     BeginStackGuard(cx.guard);
     cx.scriptName = CheckedStrdup(scriptName ? scriptName : "");
     cx.topLevel = topLevel ? 1 : 0;
-    cx.code = CreateWriteBuffer();
-    cx.code2 = CreateWriteBuffer();
+    cx.code = CreateWriteBufferFrom(State().spareCode);
+    cx.code2 = CreateWriteBufferFrom(State().spareCode2);
     cx.typeStack = static_cast<uint32_t*>(CheckedMalloc(kTypeStackEntries * sizeof(uint32_t)));
     cx.typeCapacity = kTypeStackEntries;
     cx.typeDepth = 0;
@@ -139,8 +139,12 @@ void EndCompile(CodeGenContext& cx, VMBuffer** code, VMBuffer** code2) {
         FillScopeRecord(cx, static_cast<ScopeRecord*>(cx.scopes.last->value));
         PopScope(cx);
     }
-    FinishBuffer(*cx.code);
-    FinishBuffer(*cx.code2);
+    // The finished code is kept with the process's records; the blocks it was written in serve
+    // the next compile.
+    uint8_t* codeCopy = CopyWritten(*cx.code, State().records);
+    uint8_t* code2Copy = CopyWritten(*cx.code2, State().records);
+    FinishWithCopy(*cx.code, codeCopy, State().spareCode);
+    FinishWithCopy(*cx.code2, code2Copy, State().spareCode2);
     *code = cx.code;
     *code2 = cx.code2;
     cx.code = nullptr;

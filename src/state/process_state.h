@@ -60,6 +60,10 @@ struct ProcessState {
     // entries and accessor records, and the copies of names in the name table.
     Arena records;
     Arena texts;
+    // The blocks the last compile's code and position buffers wrote into, once their contents
+    // were copied to `records`.
+    SpareBlock spareCode;
+    SpareBlock spareCode2;
 };
 
 ProcessState& State();

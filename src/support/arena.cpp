@@ -13,6 +13,7 @@
 namespace {
 
 constexpr size_t kAlignment = alignof(std::max_align_t);
+static_assert(kArenaLargestCarvedBlock <= kArenaLargestBlock, "a carved block fits the largest block");
 
 size_t RoundUp(size_t size) { return (size + kAlignment - 1) & ~(kAlignment - 1); }
 
@@ -52,19 +53,20 @@ uint8_t* NewLargestBlock(Arena& arena) {
 // `size` bytes from the current block, or from a new one. A test build may make any request fail,
 // as it may any heap allocation, so that the failure path of every record is run; otherwise only
 // a new block can fail.
-uint8_t* Carve(Arena& arena, size_t size) {
+uint8_t* Carve(Arena& arena, size_t size, size_t largestCarved = kArenaLargeRequest) {
     if (AllocationShouldFail()) throw std::bad_alloc();
     if (arena.next && static_cast<size_t>(arena.end - arena.next) >= size) {
         uint8_t* block = arena.next;
         arena.next += size;
         return block;
     }
-    if (size > kArenaLargeRequest) {
+    if (size > largestCarved) {
         void* own = std::malloc(size);
         if (!own) throw std::bad_alloc();
         return static_cast<uint8_t*>(own);
     }
     size_t blockSize = arena.blockSize != 0 ? arena.blockSize : kArenaFirstBlock;
+    while (blockSize < size) blockSize *= 2;   // a block request: never past the largest size
     uint8_t* block = blockSize >= kArenaLargestBlock ? NewLargestBlock(arena)
                                                      : static_cast<uint8_t*>(std::malloc(blockSize));
     if (!block) throw std::bad_alloc();
@@ -87,6 +89,19 @@ char* ArenaCopyText(Arena& arena, const char* text, size_t length) {
     char* copy = reinterpret_cast<char*>(Carve(arena, length + 1));
     std::memcpy(copy, text, length);
     copy[length] = '\0';
+    return copy;
+}
+
+void* ArenaCopyBlock(Arena& arena, const void* data, size_t size) {
+    uint8_t* copy = Carve(arena, RoundUp(size == 0 ? 1 : size), kArenaLargestCarvedBlock);
+    if (size != 0) std::memcpy(copy, data, size);
+    return copy;
+}
+
+char* ArenaCopyLongText(Arena& arena, const char* text, size_t length, size_t zeros) {
+    char* copy = reinterpret_cast<char*>(Carve(arena, length + zeros, kArenaLargestCarvedBlock));
+    std::memcpy(copy, text, length);
+    std::memset(copy + length, 0, zeros);
     return copy;
 }
 

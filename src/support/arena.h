@@ -16,6 +16,13 @@ struct Arena {
     uint8_t* regionEnd;
 };
 
+// A heap block kept for reuse rather than freed: a compile's code buffers write into the blocks
+// the last compile's buffers left, so a project's compiles do not each fault in fresh pages.
+struct SpareBlock {
+    uint8_t* data;   // null when there is none
+    int64_t size;
+};
+
 // Blocks start at 64 KiB and double up to 2 MiB, so a small script's arena stays small and a
 // large one takes few blocks. 2 MiB blocks are aligned to 2 MiB and, on Linux, offered to the
 // kernel for huge pages: one page fault then maps 2 MiB instead of 4 KiB.
@@ -26,12 +33,23 @@ constexpr size_t kArenaRegion = 64 * 1024 * 1024;
 // A request larger than this gets a heap block of its own, and the current block goes on.
 constexpr size_t kArenaLargeRequest = 16 * 1024;
 
+// Up to this size a block filled at once (a finished code buffer, a script's source) is carved
+// like a record, a new block being taken when the current one has no room; a larger one gets a
+// heap block of its own.
+constexpr size_t kArenaLargestCarvedBlock = 512 * 1024;
+
 // `size` zeroed bytes, aligned for any record. Throws std::bad_alloc with the arena unchanged
 // when a new block cannot be had.
 void* ArenaAllocate(Arena& arena, size_t size);
 // A NUL-terminated copy of `length` bytes of `text`, packed without alignment. Throws
 // std::bad_alloc with the arena unchanged when a new block cannot be had.
 char* ArenaCopyText(Arena& arena, const char* text, size_t length);
+// A copy of `size` bytes of `data`, aligned for any record (kArenaLargestCarvedBlock applies).
+void* ArenaCopyBlock(Arena& arena, const void* data, size_t size);
+// A copy of `length` bytes of `text` followed by `zeros` zero bytes, packed without alignment
+// (kArenaLargestCarvedBlock applies).
+char* ArenaCopyLongText(Arena& arena, const char* text, size_t length, size_t zeros);
+
 // Whether the `size` bytes at `start` are the last an arena handed out (a record's size is
 // rounded as ArenaAllocate rounds it; a text's is its length plus one).
 bool ArenaEndsWithRecord(const Arena& arena, const void* start, size_t size);

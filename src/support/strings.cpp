@@ -73,15 +73,29 @@ RefString* NewPaddedRefString(const char* text, uint32_t padding) {
     return AdoptCopy(copy);
 }
 
-RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text) {
-    if (!text) text = "";
-    char* copy = ArenaCopyText(texts, text, std::strlen(text));
+namespace {
+
+// The record of an arena string whose text is already in the text arena.
+RefString* ArenaRecordFor(Arena& records, char* text) {
     RefString* string = static_cast<RefString*>(ArenaAllocate(records, sizeof(RefString)));
-    string->text = copy;
+    string->text = text;
     string->refs = 1;
     string->flags = kRefStringInArena;
     return string;
 }
+
+}  // namespace
+
+RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text) {
+    if (!text) text = "";
+    return ArenaRecordFor(records, ArenaCopyText(texts, text, std::strlen(text)));
+}
+
+RefString* NewArenaPaddedRefString(Arena& records, Arena& texts, const char* text, uint32_t padding) {
+    if (!text) text = "";
+    return ArenaRecordFor(records, ArenaCopyLongText(texts, text, std::strlen(text), static_cast<size_t>(padding) + 1));
+}
+
 
 bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string) {
     if (!string || !(string->flags & kRefStringInArena) || string->refs != 1 || !string->text) return false;

@@ -30,6 +30,8 @@ RefString* AdoptRefString(char* text);
 // The record in `records` and a copy of text (up to its first NUL) in `texts`: no allocator
 // call unless an arena needs a new block.
 RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text);
+// NewPaddedRefString's copy in the arenas (a script's source, which the tree's positions keep).
+RefString* NewArenaPaddedRefString(Arena& records, Arena& texts, const char* text, uint32_t padding);
 // When `string` came from NewArenaRefString, only its maker still holds it, and it and its text
 // are the last things the two arenas handed out: gives both back and returns true (the record is
 // then gone; drop the pointer without releasing it). Otherwise returns false and changes nothing.
