@@ -555,6 +555,27 @@ TEST(FunctionRecords, FindGivesThePositionThatSetStored) {
     EXPECT_EQ(FindFunctionRecord("f"), 0);
 }
 
+TEST(FunctionRecords, ThousandsOfNamesAreFoundAndATakenBackTailLeavesTheRestReachable) {
+    ResetProcessState();
+    EnsureLibraryInitialised();
+    std::vector<FunctionRecord> records(3000);
+    for (int i = 0; i < 3000; i++) SetFunctionRecord(("f" + std::to_string(i)).c_str(), -1, &records[i]);
+    ASSERT_EQ(GlobalFunctionRecords.count, 3000);
+    for (int i = 0; i < 3000; i++) ASSERT_EQ(FindFunctionRecord(("f" + std::to_string(i)).c_str()), i);
+    EXPECT_EQ(FindFunctionRecord("f3000"), -1);
+    // A name set again without its position (as after a failed lookup) keeps the first entry.
+    FunctionRecord again{};
+    SetFunctionRecord("f7", -1, &again);
+    EXPECT_EQ(FindFunctionRecord("f7"), 7);
+
+    // Every position from 1234 on is taken out: the entries in their runs move back, and each
+    // remaining one is still found from its home slot.
+    DropFunctionPositionsFrom(1234);
+    for (int i = 0; i < 3000; i++) {
+        ASSERT_EQ(FindFunctionRecord(("f" + std::to_string(i)).c_str()), i < 1234 ? i : -1) << i;
+    }
+}
+
 TEST(FunctionRecords, AFunctionDeclaredTwiceKeepsOneEntry) {
     CompileUnit* unit = ParseAndCompile("function f() {} function f() {}");
     ASSERT_EQ(unit->status, 0) << unit->errors[0];

@@ -1,20 +1,79 @@
 // Function records by qualified name: a later script that defines a function of the same
 // qualified name replaces the record in place.
+#include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "state/process_state.h"
 
 namespace {
 
+constexpr uint64_t kFirstSlots = 64;
+
+// The qualified name of the record at `position`, read through the name table, or null.
+const char* RecordName(int32_t position) {
+    if (position < 0 || position >= GlobalFunctionRecords.count) return nullptr;
+    const FunctionRecord* record = static_cast<const FunctionRecord*>(GlobalFunctionRecords.data[position]);
+    if (!record || record->nameIndex >= static_cast<uint32_t>(NameArray.count)) return nullptr;
+    return static_cast<const char*>(NameArray.data[record->nameIndex]);
+}
+
 // The first record whose qualified name, read through the name table, is this text.
 int32_t ScanFunctionRecords(const char* qualifiedName) {
     for (int32_t position = 0; position < GlobalFunctionRecords.count; position++) {
-        const FunctionRecord* record = static_cast<const FunctionRecord*>(GlobalFunctionRecords.data[position]);
-        if (!record || record->nameIndex >= static_cast<uint32_t>(NameArray.count)) continue;
-        const char* text = static_cast<const char*>(NameArray.data[record->nameIndex]);
+        const char* text = RecordName(position);
         if (text && std::strcmp(text, qualifiedName) == 0) return position;
     }
     return -1;
+}
+
+// The slot holding `text`, or the empty slot where it would go. The index must have slots.
+FunctionSlot& Probe(FunctionIndex& index, const char* text, uint32_t hash) {
+    uint64_t at = hash & index.mask;
+    for (;;) {
+        FunctionSlot& slot = index.slots[at];
+        if (slot.position < 0) return slot;
+        if (slot.hash == hash && std::strcmp(slot.text, text) == 0) return slot;
+        at = (at + 1) & index.mask;
+    }
+}
+
+// A table of `capacity` slots (a power of two) holding the slots of the old one that `keep`
+// accepts. Throws std::bad_alloc with the index unchanged.
+template <typename Keep>
+void Rebuild(FunctionIndex& index, uint64_t capacity, Keep keep) {
+    FunctionSlot* slots = static_cast<FunctionSlot*>(std::malloc(capacity * sizeof(FunctionSlot)));
+    if (!slots) throw std::bad_alloc();
+    for (uint64_t i = 0; i < capacity; i++) slots[i].position = -1;
+    int64_t used = 0;
+    for (uint64_t i = 0; index.slots && i <= index.mask; i++) {
+        const FunctionSlot& slot = index.slots[i];
+        if (slot.position < 0 || !keep(slot)) continue;
+        uint64_t at = slot.hash & (capacity - 1);
+        while (slots[at].position >= 0) at = (at + 1) & (capacity - 1);
+        slots[at] = slot;
+        used++;
+    }
+    std::free(index.slots);
+    index.slots = slots;
+    index.mask = capacity - 1;
+    index.used = used;
+}
+
+// Empties slot `at` and moves later entries of its run back, so that every entry stays
+// reachable from its home slot (deletion without tombstones).
+void EraseSlot(FunctionIndex& index, uint64_t at) {
+    uint64_t hole = at;
+    for (uint64_t next = (at + 1) & index.mask; index.slots[next].position >= 0; next = (next + 1) & index.mask) {
+        uint64_t home = index.slots[next].hash & index.mask;
+        // The entry may move back only when its home is not within (hole, next].
+        bool homeBetween = hole <= next ? (hole < home && home <= next) : (hole < home || home <= next);
+        if (homeBetween) continue;
+        index.slots[hole] = index.slots[next];
+        hole = next;
+    }
+    index.slots[hole].position = -1;
+    index.used--;
 }
 
 }  // namespace
@@ -23,21 +82,26 @@ int32_t FindFunctionRecord(const char* qualifiedName) {
     if (!qualifiedName) return -1;
     // Once a host has renamed an entry, names no longer match the index: read them as stored.
     if (NameOverwrites() != 0) return ScanFunctionRecords(qualifiedName);
-    auto& positions = State().functionPositions;
-    auto found = positions.find(qualifiedName);
-    return found == positions.end() ? -1 : found->second;
+    FunctionIndex& index = State().functionIndex;
+    if (!index.slots) return -1;
+    return Probe(index, qualifiedName, TextHash(qualifiedName)).position;
 }
 
 bool FunctionRecordIndexAgrees() {
-    for (const auto& entry : State().functionPositions) {
-        if (entry.second < 0 || entry.second >= GlobalFunctionRecords.count) return false;
+    FunctionIndex& index = State().functionIndex;
+    int64_t used = 0;
+    for (uint64_t i = 0; index.slots && i <= index.mask; i++) {
+        const FunctionSlot& slot = index.slots[i];
+        if (slot.position < 0) continue;
+        used++;
+        if (slot.position >= GlobalFunctionRecords.count || TextHash(slot.text) != slot.hash) return false;
         if (NameOverwrites() != 0) continue;
-        const FunctionRecord* record = static_cast<const FunctionRecord*>(GlobalFunctionRecords.data[entry.second]);
-        if (!record || record->nameIndex >= static_cast<uint32_t>(NameArray.count)) return false;
-        const char* text = static_cast<const char*>(NameArray.data[record->nameIndex]);
-        if (!text || entry.first != text) return false;
+        const char* text = RecordName(slot.position);
+        if (!text || std::strcmp(text, slot.text) != 0) return false;
+        // Reachable from its home slot, and the first entry of its name there.
+        if (Probe(index, slot.text, slot.hash).position != slot.position) return false;
     }
-    return true;
+    return used == index.used;
 }
 
 void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionRecord* record) {
@@ -47,18 +111,38 @@ void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionReco
         GlobalFunctionRecords.data[position] = record;
         return;
     }
-    auto& positions = State().functionPositions;
     if (!qualifiedName) {
         PushPtr(GlobalFunctionRecords, record);
         return;
     }
-    // The index entry is made first and taken out again when the push fails, so the two always
-    // agree.
-    auto inserted = positions.emplace(qualifiedName, GlobalFunctionRecords.count);
-    try {
-        PushPtr(GlobalFunctionRecords, record);
-    } catch (...) {
-        if (inserted.second) positions.erase(inserted.first);
-        throw;
+    // Room first, then the push, then the slot: a failure leaves the index and the list in step.
+    FunctionIndex& index = State().functionIndex;
+    if (!index.slots) {
+        Rebuild(index, kFirstSlots, [](const FunctionSlot&) { return true; });
+    } else if (static_cast<uint64_t>(index.used + 1) * 2 > index.mask + 1) {
+        Rebuild(index, (index.mask + 1) * 2, [](const FunctionSlot&) { return true; });
+    }
+    uint32_t hash = TextHash(qualifiedName);
+    FunctionSlot& slot = Probe(index, qualifiedName, hash);
+    // The first record of a name keeps its slot, as an insertion that finds the name does nothing.
+    const char* text = slot.position < 0 ? KeepText(qualifiedName) : nullptr;
+    int32_t pushed = PushPtr(GlobalFunctionRecords, record);
+    if (!text) return;
+    slot.hash = hash;
+    slot.position = pushed;
+    slot.text = text;
+    index.used++;
+}
+
+void DropFunctionPositionsFrom(int32_t count) {
+    FunctionIndex& index = State().functionIndex;
+    for (uint64_t i = 0; index.slots && i <= index.mask;) {
+        if (index.slots[i].position < count) {
+            i++;
+        } else {
+            // Erased in place, allocating nothing: this runs when memory has run out. The slot is
+            // looked at again, as a later entry of its run may have moved into it.
+            EraseSlot(index, i);
+        }
     }
 }

@@ -7,19 +7,6 @@
 
 namespace {
 
-// FNV-1a with a final mix, so that nearby texts spread over the whole table, folded to 32 bits
-// (the index never has more slots than that).
-uint32_t TextHash(const char* text) {
-    uint64_t hash = 0xCBF29CE484222325ull;
-    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; p++) {
-        hash = (hash ^ *p) * 0x100000001B3ull;
-    }
-    hash ^= hash >> 33;
-    hash *= 0xFF51AFD7ED558CCDull;
-    hash ^= hash >> 33;
-    return static_cast<uint32_t>(hash ^ (hash >> 32));
-}
-
 void Resize(NameIndex& index, uint64_t capacity) {
     NameSlot* slots = static_cast<NameSlot*>(CheckedMalloc(capacity * sizeof(NameSlot)));
     for (uint64_t i = 0; i < capacity; i++) slots[i].id = -1;
@@ -80,6 +67,19 @@ void SaveNameTail(StateMark& mark) {
 }
 
 }  // namespace
+
+// FNV-1a with a final mix, so that nearby texts spread over the whole table, folded to 32 bits
+// (the index never has more slots than that).
+uint32_t TextHash(const char* text) {
+    uint64_t hash = 0xCBF29CE484222325ull;
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; p++) {
+        hash = (hash ^ *p) * 0x100000001B3ull;
+    }
+    hash ^= hash >> 33;
+    hash *= 0xFF51AFD7ED558CCDull;
+    hash ^= hash >> 33;
+    return static_cast<uint32_t>(hash ^ (hash >> 32));
+}
 
 int32_t FindName(const char* text) {
     NameIndex& index = State().nameIndex;

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "support/diagnostics.h"
@@ -29,6 +28,21 @@ struct NameIndex {
     bool stale;
 };
 
+// Positions in the function-record list by qualified name: open addressing with linear probing.
+// A slot keeps the name's hash, the position and its own copy of the name (in the text arena).
+// An empty index allocates nothing.
+struct FunctionSlot {
+    uint32_t hash;
+    int32_t position;   // -1: empty
+    const char* text;
+};
+
+struct FunctionIndex {
+    FunctionSlot* slots;
+    uint64_t mask;
+    int64_t used;
+};
+
 // The code generator's share: made on the first compile.
 struct CodeGenGlobals {
     FunctionRecord* root;
@@ -49,9 +63,8 @@ struct ProcessState {
     PtrArray functionRecords;          // FunctionRecord* (a unit's fourth list)
     NameIndex nameIndex;
     uint64_t nameOverwrites;           // entries below the count a host has overwritten
-    // Qualified name text -> position in functionRecords, in step with the list. An empty map
-    // allocates nothing, so using it never fails on a path that must not throw.
-    std::unordered_map<std::string, int32_t> functionPositions;
+    // Qualified name -> position in functionRecords, in step with the list.
+    FunctionIndex functionIndex;
     CodeGenGlobals codegen;
     StateMark* activeMark;             // the call that may have to be taken back, or null
     DiagnosticLocation lastError;      // where the last compile error of a call was raised
@@ -104,6 +117,8 @@ void AddBuiltInFunction(const char* name);
 // ---------------------------------------------------------------------------------------------
 // The name table.
 
+// The hash the name index and the function-record index key texts by.
+uint32_t TextHash(const char* text);
 // The index of the first NameArray entry below count whose text equals `text`, or -1.
 // Answers as a front-to-back strcmp scan would, through an index kept in step with the array.
 int32_t FindName(const char* text);
@@ -126,6 +141,8 @@ void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionReco
 // True when every entry of the index by qualified name points below the list's count, at a record
 // of that name (read through the name table while no host has renamed an entry).
 bool FunctionRecordIndexAgrees();
+// Takes every position from `count` on out of the index (a call taken back); never allocates.
+void DropFunctionPositionsFrom(int32_t count);
 
 // ---------------------------------------------------------------------------------------------
 // Taking back a call that failed for memory.

@@ -38,14 +38,7 @@ void RollBackState(StateMark& mark) {
         // Entries the index knew may be gone: it is rebuilt at the next lookup.
         State().nameIndex.stale = true;
     }
-    auto& positions = State().functionPositions;
-    for (auto entry = positions.begin(); entry != positions.end();) {
-        if (entry->second >= mark.records.count) {
-            entry = positions.erase(entry);
-        } else {
-            ++entry;
-        }
-    }
+    DropFunctionPositionsFrom(mark.records.count);
     // A root record made by this call is dropped: the next compile makes a fresh one.
     if (mark.codegen.root) *mark.codegen.root = mark.root;
     CodeGenState() = mark.codegen;
