@@ -166,14 +166,20 @@ std::string Accessors(size_t bytes, uint32_t seed) {
     });
 }
 
-// One function holding every `var` declaration.
+// Functions holding every `var` declaration: one up to 4 MB, then one per 4 MB, since a function
+// the size of 16 MB of declarations jumps over more code than a branch reaches (2^22 words).
 std::string ManyVars(size_t bytes, uint32_t seed) {
+    constexpr size_t kBytesPerFunction = size_t{4} << 20;
     Random random{seed};
-    std::string out = "function all_vars(a) {\n";
-    out += Fill(bytes, [&](std::string& o, int n) {
-        o += "  var local_" + Num(n) + " = a + " + Num(random.Below(1000)) + ";\n";
-    });
-    out += "  return a;\n}\n";
+    std::string out;
+    for (size_t done = 0, function = 0; done < bytes; done += kBytesPerFunction, function++) {
+        size_t part = bytes - done < kBytesPerFunction ? bytes - done : kBytesPerFunction;
+        out += function == 0 ? "function all_vars(a) {\n" : "function all_vars_" + Num(static_cast<int>(function)) + "(a) {\n";
+        out += Fill(part, [&](std::string& o, int n) {
+            o += "  var local_" + Num(n) + " = a + " + Num(random.Below(1000)) + ";\n";
+        });
+        out += "  return a;\n}\n";
+    }
     return out;
 }
 
@@ -200,7 +206,7 @@ const std::vector<Shape>& Shapes() {
         {"nested", "groups of 200 nested function declarations", Nested},
         {"literals", "long string and regular-expression literals", LongLiterals},
         {"accessors", "object literals of getters and setters", Accessors},
-        {"vars", "one function holding every var declaration", ManyVars},
+        {"vars", "functions of up to 4 MB of var declarations each", ManyVars},
         {"labels", "labelled loops with break and continue", Labels},
     };
     return shapes;

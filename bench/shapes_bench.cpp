@@ -149,7 +149,9 @@ int main(int argc, char** argv) {
                 std::snprintf(peer, sizeof peer, "%.1f", megabytes / duk.seconds);
                 std::snprintf(ratio, sizeof ratio, "%.2f", duk.seconds / velt.seconds);
             }
-            std::printf("| %s | %d MB | %.3f | %.1f | %s | %s | %s | %.1f |\n", shape->name, mb, velt.seconds,
+            // A compile that ended with a message is marked: its figures are of the work up to it.
+            const char* ended = velt.status != 0 ? " (error)" : "";
+            std::printf("| %s | %d MB | %.3f%s | %.1f | %s | %s | %s | %.1f |\n", shape->name, mb, velt.seconds, ended,
                         megabytes / velt.seconds, peer, ratio, relative, velt.peakBytes / (megabytes * (1 << 20)));
             std::fflush(stdout);
         }
