@@ -111,6 +111,23 @@ TEST(Arena, ALongTextCopyEndsInTheZerosAskedFor) {
     EXPECT_EQ(ArenaCopyText(arena, "z", 1), copy + text.size() + 9);
 }
 
+TEST(Arena, TablesOfEverySizeCanBeWrittenWholeAndGivenBack) {
+    for (size_t bytes : {size_t{0}, size_t{64}, kArenaLargestBlock - 8, kArenaLargestBlock, 3 * kArenaLargestBlock + 24}) {
+        uint8_t* table = static_cast<uint8_t*>(AllocateTable(bytes));
+        ASSERT_NE(table, nullptr) << bytes;
+        for (size_t i = 0; i < bytes; i++) table[i] = static_cast<uint8_t>(i);
+        for (size_t i = 0; i < bytes; i += 4099) ASSERT_EQ(table[i], static_cast<uint8_t>(i)) << bytes;
+#if defined(__linux__)
+        // Large tables start at a huge-page boundary.
+        if (bytes >= kArenaLargestBlock) {
+            EXPECT_EQ(reinterpret_cast<uintptr_t>(table) % kArenaLargestBlock, 0u);
+        }
+#endif
+        FreeTable(table, bytes);
+    }
+    FreeTable(nullptr, 0);
+}
+
 TEST(Arena, BlocksDoubleFromTheFirstSizeToTheLargestAndTheLargestAreAligned) {
     Arena arena{};
     uint8_t* first = static_cast<uint8_t*>(ArenaAllocate(arena, 16));

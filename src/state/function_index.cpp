@@ -42,8 +42,7 @@ FunctionSlot& Probe(FunctionIndex& index, const char* text, uint32_t hash) {
 // accepts. Throws std::bad_alloc with the index unchanged.
 template <typename Keep>
 void Rebuild(FunctionIndex& index, uint64_t capacity, Keep keep) {
-    FunctionSlot* slots = static_cast<FunctionSlot*>(std::malloc(capacity * sizeof(FunctionSlot)));
-    if (!slots) throw std::bad_alloc();
+    FunctionSlot* slots = static_cast<FunctionSlot*>(AllocateTable(capacity * sizeof(FunctionSlot)));
     for (uint64_t i = 0; i < capacity; i++) slots[i].position = -1;
     int64_t used = 0;
     for (uint64_t i = 0; index.slots && i <= index.mask; i++) {
@@ -54,7 +53,7 @@ void Rebuild(FunctionIndex& index, uint64_t capacity, Keep keep) {
         slots[at] = slot;
         used++;
     }
-    std::free(index.slots);
+    if (index.slots) FreeTable(index.slots, (index.mask + 1) * sizeof(FunctionSlot));
     index.slots = slots;
     index.mask = capacity - 1;
     index.used = used;

@@ -7,8 +7,13 @@
 
 namespace {
 
+void FreeIndex(NameIndex& index) {
+    if (index.slots) FreeTable(index.slots, (index.mask + 1) * sizeof(NameSlot));
+    index.slots = nullptr;
+}
+
 void Resize(NameIndex& index, uint64_t capacity) {
-    NameSlot* slots = static_cast<NameSlot*>(CheckedMalloc(capacity * sizeof(NameSlot)));
+    NameSlot* slots = static_cast<NameSlot*>(AllocateTable(capacity * sizeof(NameSlot)));
     for (uint64_t i = 0; i < capacity; i++) slots[i].id = -1;
     for (uint64_t i = 0; index.slots && i <= index.mask; i++) {
         if (index.slots[i].id < 0) continue;
@@ -16,7 +21,7 @@ void Resize(NameIndex& index, uint64_t capacity) {
         while (slots[at].id >= 0) at = (at + 1) & (capacity - 1);
         slots[at] = index.slots[i];
     }
-    std::free(index.slots);
+    FreeIndex(index);
     index.slots = slots;
     index.mask = capacity - 1;
 }
@@ -34,8 +39,7 @@ NameSlot& Probe(NameIndex& index, const char* text, uint32_t hash) {
 
 void CatchUp(NameIndex& index) {
     if (index.stale || !index.slots) {
-        std::free(index.slots);
-        index.slots = nullptr;
+        FreeIndex(index);
         index.used = 0;
         index.indexed = 0;
         index.stale = false;

@@ -28,8 +28,12 @@ void FreeTables(ProcessState& state) {
     FreePtrArray(state.varList);
     FreePtrArray(state.funcList);
     FreePtrArray(state.functionRecords);
-    std::free(state.nameIndex.slots);
+    if (state.nameIndex.slots) FreeTable(state.nameIndex.slots, (state.nameIndex.mask + 1) * sizeof(NameSlot));
     state.nameIndex = NameIndex{};
+    if (state.functionIndex.slots) {
+        FreeTable(state.functionIndex.slots, (state.functionIndex.mask + 1) * sizeof(FunctionSlot));
+    }
+    state.functionIndex = FunctionIndex{};
 }
 
 struct Lifetime {

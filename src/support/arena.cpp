@@ -17,6 +17,28 @@ static_assert(kArenaLargestCarvedBlock <= kArenaLargestBlock, "a carved block fi
 
 size_t RoundUp(size_t size) { return (size + kAlignment - 1) & ~(kAlignment - 1); }
 
+// `bytes` (a multiple of kArenaLargestBlock) mapped at a kArenaLargestBlock boundary and advised
+// for huge pages, or null.
+uint8_t* MapAligned(size_t bytes) {
+#if defined(__linux__)
+    size_t span = bytes + kArenaLargestBlock;
+    void* mapped = mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED) return nullptr;
+    uintptr_t start = reinterpret_cast<uintptr_t>(mapped);
+    uintptr_t aligned = (start + kArenaLargestBlock - 1) & ~(uintptr_t{kArenaLargestBlock} - 1);
+    if (aligned > start) munmap(mapped, aligned - start);
+    uintptr_t tail = aligned + bytes;
+    if (start + span > tail) munmap(reinterpret_cast<void*>(tail), start + span - tail);
+    madvise(reinterpret_cast<void*>(aligned), bytes, MADV_HUGEPAGE);
+    return reinterpret_cast<uint8_t*>(aligned);
+#else
+    (void)bytes;
+    return nullptr;
+#endif
+}
+
+size_t RoundToLargestBlock(size_t bytes) { return (bytes + kArenaLargestBlock - 1) & ~(kArenaLargestBlock - 1); }
+
 // A block of the largest size. On Linux it comes from a mapping of kArenaRegion bytes that the
 // arena reserves at a 2 MiB boundary (made larger by one block, the unaligned ends given back)
 // and advises for huge pages; pages are resident only once records reach them. Reserving many
@@ -26,17 +48,9 @@ size_t RoundUp(size_t size) { return (size + kAlignment - 1) & ~(kAlignment - 1)
 uint8_t* NewLargestBlock(Arena& arena) {
 #if defined(__linux__)
     if (static_cast<size_t>(arena.regionEnd - arena.regionNext) < kArenaLargestBlock) {
-        size_t span = kArenaRegion + kArenaLargestBlock;
-        void* mapped = mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (mapped != MAP_FAILED) {
-            uintptr_t start = reinterpret_cast<uintptr_t>(mapped);
-            uintptr_t aligned = (start + kArenaLargestBlock - 1) & ~(uintptr_t{kArenaLargestBlock} - 1);
-            if (aligned > start) munmap(mapped, aligned - start);
-            uintptr_t tail = aligned + kArenaRegion;
-            if (start + span > tail) munmap(reinterpret_cast<void*>(tail), start + span - tail);
-            madvise(reinterpret_cast<void*>(aligned), kArenaRegion, MADV_HUGEPAGE);
-            arena.regionNext = reinterpret_cast<uint8_t*>(aligned);
-            arena.regionEnd = reinterpret_cast<uint8_t*>(tail);
+        if (uint8_t* region = MapAligned(kArenaRegion)) {
+            arena.regionNext = region;
+            arena.regionEnd = region + kArenaRegion;
         }
     }
     if (static_cast<size_t>(arena.regionEnd - arena.regionNext) >= kArenaLargestBlock) {
@@ -115,4 +129,30 @@ bool ArenaEndsWithText(const Arena& arena, const char* text, size_t length) {
 
 void ArenaRewind(Arena& arena, const void* start) {
     arena.next = static_cast<uint8_t*>(const_cast<void*>(start));
+}
+
+void* AllocateTable(size_t bytes) {
+    if (AllocationShouldFail()) throw std::bad_alloc();
+#if defined(__linux__)
+    if (bytes >= kArenaLargestBlock) {
+        uint8_t* table = MapAligned(RoundToLargestBlock(bytes));
+        if (!table) throw std::bad_alloc();
+        return table;
+    }
+#endif
+    void* table = std::malloc(bytes == 0 ? 1 : bytes);
+    if (!table) throw std::bad_alloc();
+    return table;
+}
+
+void FreeTable(void* table, size_t bytes) {
+    if (!table) return;
+#if defined(__linux__)
+    if (bytes >= kArenaLargestBlock) {
+        munmap(table, RoundToLargestBlock(bytes));
+        return;
+    }
+#endif
+    (void)bytes;
+    std::free(table);
 }

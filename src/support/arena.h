@@ -58,3 +58,11 @@ bool ArenaEndsWithText(const Arena& arena, const char* text, size_t length);
 // request after which nothing else in the current block was handed out: the next request gets
 // the same bytes. Only for a record or text no one holds any longer.
 void ArenaRewind(Arena& arena, const void* start);
+
+// A table of `bytes` for an index that is replaced as it grows, so given back rather than kept
+// in an arena; its contents are not set. From 2 MiB up, on Linux, it is mapped at a 2 MiB
+// boundary and advised for huge pages: lookups spread over a table of millions of slots then miss
+// the TLB far less. Throws std::bad_alloc.
+void* AllocateTable(size_t bytes);
+// Gives back a table from AllocateTable of the same size (null is ignored).
+void FreeTable(void* table, size_t bytes);
