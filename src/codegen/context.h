@@ -81,6 +81,7 @@ struct CodeGenContext {
     HashTable labelTable;
     HashTable slotTable;
     const Node* statement;   // the innermost statement being compiled, where branch errors point
+    StringBuilder nameScratch;   // where qualified names are built before they are interned
     StackGuard guard;        // the recursion of this compile
 };
 
@@ -138,8 +139,6 @@ enum PatchKind : uint32_t {
 int32_t InternName(const char* text);
 // The same for a text the table must not keep: a copy is added when the text is new.
 int32_t InternCopy(const char* text);
-// The same for a generated text: the table keeps it when it took it, else it is released.
-int32_t InternGenerated(RefString* text);
 // `kind` is a PatchKind.
 uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind);
 // A variable patch record that points at no code (offset all ones).
@@ -178,6 +177,8 @@ VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t kind, uint
 VarEntry* DeclareSlot(CodeGenContext& cx, const char* name);
 // The enclosing functions' declared names and the name, joined by '@'.
 RefString* QualifiedName(CodeGenContext& cx, const char* name);
+// The same text written into `out` (replacing what it held); valid until `out` is written again.
+const char* WriteQualifiedName(CodeGenContext& cx, const char* name, StringBuilder& out);
 // Pushes a new scope (three 16-bucket tables) for `function`.
 ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function);
 // Unlinks the innermost scope and frees it; its FunctionRecord lives on.

@@ -165,6 +165,7 @@ void CleanUpContext(CodeGenContext& cx) {
     cx.code = cx.code2 = nullptr;
     std::free(cx.scriptName);
     cx.scriptName = nullptr;
+    FreeStringBuilder(cx.nameScratch);
 }
 
 // Walks the statements depth first (skipping function bodies) without recursing on the host's

@@ -21,7 +21,8 @@ void EmitFunctionReference(CodeGenContext& cx, const char* qualifiedName) {
 uint32_t* InternParameters(const Node* parameterList, int32_t* count) {
     *count = parameterList ? static_cast<int32_t>(parameterList->count) : 0;
     if (*count == 0) return nullptr;
-    uint32_t* indices = static_cast<uint32_t*>(CheckedMalloc(sizeof(uint32_t) * static_cast<size_t>(*count)));
+    // Kept with the function record, for the life of the process.
+    uint32_t* indices = static_cast<uint32_t*>(KeepRecord(sizeof(uint32_t) * static_cast<size_t>(*count)));
     int32_t i = 0;
     for (const Node* parameter = parameterList->first; parameter; parameter = parameter->next) {
         indices[i++] = static_cast<uint32_t>(InternName(parameter->text->text));
@@ -39,32 +40,20 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
     uint8_t savedTopLevel = cx.topLevel;
     cx.topLevel = 0;
 
-    RefString* qualified = QualifiedName(cx, name);
+    // Built in the context's scratch text and copied into the name table when it is new; nothing
+    // below writes the scratch text before that.
+    const char* qualified = WriteQualifiedName(cx, name, cx.nameScratch);
     Node* parameterList = node->next;
     Node* body = parameterList ? parameterList->next : nullptr;
-    int32_t position;
+    int32_t position = FindFunctionRecord(qualified);
     int32_t parameterCount = 0;
-    uint32_t* parameters;
-    BranchLabel* endFunction;
-    BranchLabel* endCompile;
-    FunctionRecord* record;
-    // Until the name table holds the qualified text, a failure leaves it to be released here.
-    try {
-        position = FindFunctionRecord(qualified->text);
-        parameters = InternParameters(parameterList, &parameterCount);
-        endFunction = NewLabel("endfunc");
-        endCompile = NewLabel("endcompile");
-        BranchToLabel(cx, endFunction, OP_B);
-        record = NewFunctionRecord(0, 0, 0);
-        record->nameIndex = static_cast<uint32_t>(InternName(qualified->text));
-    } catch (...) {
-        ReleaseRefString(qualified);
-        throw;
-    }
-    // The name table keeps the pointer it was first given, so the qualified text is kept
-    // whenever this call was the one that added it.
+    uint32_t* parameters = InternParameters(parameterList, &parameterCount);
+    BranchLabel* endFunction = NewLabel("endfunc");
+    BranchLabel* endCompile = NewLabel("endcompile");
+    BranchToLabel(cx, endFunction, OP_B);
+    FunctionRecord* record = NewFunctionRecord(0, 0, 0);
+    record->nameIndex = static_cast<uint32_t>(InternCopy(qualified));
     const char* qualifiedText = static_cast<const char*>(NameArray.data[record->nameIndex]);
-    if (qualifiedText != qualified->text) ReleaseRefString(qualified);
     record->declaredNameIndex = static_cast<uint32_t>(InternName(name));
     record->codeOffset = static_cast<uint64_t>(CodeOffset(cx));
     record->paramCount = parameterCount;

@@ -36,18 +36,6 @@ int32_t InternCopy(const char* text) {
     return PushName(KeepText(text));
 }
 
-int32_t InternGenerated(RefString* text) {
-    int32_t index;
-    try {
-        index = InternName(text->text);
-    } catch (...) {
-        ReleaseRefString(text);
-        throw;
-    }
-    if (NameArray.data[index] != text->text) ReleaseRefString(text);
-    return index;
-}
-
 uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind) {
     if (!name) {
         std::printf("ERROR! :: AddVarAndPatch :: Invalid NULL\n");

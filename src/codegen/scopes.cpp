@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -32,24 +33,20 @@ void* FindValue(const HashTable& table, uint32_t hash) {
     return entry ? entry->value : nullptr;
 }
 
-// Pairs (qualified name index, name index) for every entry in bucket order.
+// Pairs (qualified name index, name index) for every entry in bucket order, kept with the
+// function record for the life of the process.
 uint32_t* NamePairs(CodeGenContext& cx, const HashTable& table) {
-    uint32_t* pairs = static_cast<uint32_t*>(CheckedMalloc(static_cast<size_t>(table.count) * 8));
+    uint32_t* pairs = static_cast<uint32_t*>(KeepRecord(static_cast<size_t>(table.count) * 8));
     int32_t used = 0;
     if (!table.buckets) return pairs;
-    try {
-        for (int32_t bucket = 0; bucket <= table.mask; bucket++) {
-            for (HashEntry* entry = table.buckets[bucket].first; entry; entry = entry->next) {
-                const VarEntry* var = static_cast<const VarEntry*>(entry->value);
-                int32_t qualifiedIndex = InternGenerated(QualifiedName(cx, VarEntryText(var)));
-                pairs[used * 2] = static_cast<uint32_t>(qualifiedIndex);
-                pairs[used * 2 + 1] = static_cast<uint32_t>(InternName(VarEntryText(var)));
-                used++;
-            }
+    for (int32_t bucket = 0; bucket <= table.mask; bucket++) {
+        for (HashEntry* entry = table.buckets[bucket].first; entry; entry = entry->next) {
+            const VarEntry* var = static_cast<const VarEntry*>(entry->value);
+            int32_t qualifiedIndex = InternCopy(WriteQualifiedName(cx, VarEntryText(var), cx.nameScratch));
+            pairs[used * 2] = static_cast<uint32_t>(qualifiedIndex);
+            pairs[used * 2 + 1] = static_cast<uint32_t>(InternName(VarEntryText(var)));
+            used++;
         }
-    } catch (...) {
-        std::free(pairs);
-        throw;
     }
     return pairs;
 }
@@ -136,30 +133,34 @@ const char* QualifierOf(const ListNode* node) {
 
 }  // namespace
 
-RefString* QualifiedName(CodeGenContext& cx, const char* name) {
+const char* WriteQualifiedName(CodeGenContext& cx, const char* name, StringBuilder& out) {
     if (!name) name = "";
-    // The length first, so that the text is allocated once: in deeply nested functions the
+    // The length first, so that the builder grows at most once: in deeply nested functions the
     // qualified names run to thousands of characters.
-    size_t nameLength = std::strlen(name);
-    size_t length = nameLength + 1;
+    size_t length = std::strlen(name) + 1;
     for (ListNode* node = cx.scopes.first; node; node = node->next) {
         if (const char* declared = QualifierOf(node)) length += std::strlen(declared) + 1;
     }
-    char* text = static_cast<char*>(CheckedMalloc(length));
-    char* out = text;
+    if (length >= INT32_MAX) throw std::bad_alloc();
+    out.length = 0;
+    ReserveText(out, static_cast<uint32_t>(length));
     for (ListNode* node = cx.scopes.first; node; node = node->next) {
         const char* declared = QualifierOf(node);
         if (!declared) continue;
-        size_t part = std::strlen(declared);
-        std::memcpy(out, declared, part);
-        out += part;
-        *out++ = '@';
+        AppendText(out, declared);
+        AppendText(out, "@");
     }
-    std::memcpy(out, name, nameLength + 1);
+    AppendText(out, name);
+    return out.text;
+}
+
+RefString* QualifiedName(CodeGenContext& cx, const char* name) {
+    StringBuilder text{};
     try {
-        return AdoptRefString(text);
+        WriteQualifiedName(cx, name, text);
+        return AdoptRefString(text.text);
     } catch (...) {
-        std::free(text);
+        FreeStringBuilder(text);
         throw;
     }
 }
@@ -194,13 +195,7 @@ void FillScopeRecord(CodeGenContext& cx, ScopeRecord* scope) {
     FunctionRecord* record = scope->function;
     if (!record) return;
     uint32_t* locals = NamePairs(cx, scope->vars);
-    uint32_t* slots;
-    try {
-        slots = NamePairs(cx, scope->slots);
-    } catch (...) {
-        std::free(locals);
-        throw;
-    }
+    uint32_t* slots = NamePairs(cx, scope->slots);
     record->localCount = static_cast<uint32_t>(scope->vars.count);
     record->locals = locals;
     record->slotCount = static_cast<uint32_t>(scope->slots.count);
