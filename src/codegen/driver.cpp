@@ -59,17 +59,13 @@ void Unlink(Node* node) {
 }
 
 // A synthetic `var name` statement positioned at `where`.
+// The declaration joins the tree, so it is made in the tree's arena like the parser's nodes.
 Node* MakeVarDeclaration(RefString* name, const SourcePosition* where) {
-    RefString* keyword = NewRefString("var");
-    Node* declaration;
-    try {
-        declaration = MakeNode(LEX_VAR, keyword, where);
-    } catch (...) {
-        ReleaseRefString(keyword);
-        throw;
-    }
+    Arena& records = State().records;
+    RefString* keyword = NewArenaRefString(records, State().texts, "var");
+    Node* declaration = MakeNodeIn(records, LEX_VAR, keyword, where);
     ReleaseRefString(keyword);
-    AppendChild(declaration, MakeNode(LEX_ID, name, where));
+    AppendChild(declaration, MakeNodeIn(records, LEX_ID, name, where));
     return declaration;
 }
 
