@@ -128,6 +128,14 @@ TEST(Arena, TablesOfEverySizeCanBeWrittenWholeAndGivenBack) {
     FreeTable(nullptr, 0);
 }
 
+TEST(Arena, ZeroedTablesAreZeroAtEverySize) {
+    for (size_t bytes : {size_t{1}, size_t{4096}, kArenaLargestBlock, 2 * kArenaLargestBlock + 8}) {
+        uint8_t* table = static_cast<uint8_t*>(AllocateZeroedTable(bytes));
+        for (size_t i = 0; i < bytes; i++) ASSERT_EQ(table[i], 0) << bytes << " at " << i;
+        FreeTable(table, bytes);
+    }
+}
+
 TEST(Arena, BlocksDoubleFromTheFirstSizeToTheLargestAndTheLargestAreAligned) {
     Arena arena{};
     uint8_t* first = static_cast<uint8_t*>(ArenaAllocate(arena, 16));

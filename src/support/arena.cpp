@@ -145,6 +145,17 @@ void* AllocateTable(size_t bytes) {
     return table;
 }
 
+void* AllocateZeroedTable(size_t bytes) {
+#if defined(__linux__)
+    if (bytes >= kArenaLargestBlock) return AllocateTable(bytes);   // a fresh mapping is zero
+#endif
+    if (AllocationShouldFail()) throw std::bad_alloc();
+    // calloc leaves pages the heap has just taken from the system untouched.
+    void* table = std::calloc(bytes == 0 ? 1 : bytes, 1);
+    if (!table) throw std::bad_alloc();
+    return table;
+}
+
 void FreeTable(void* table, size_t bytes) {
     if (!table) return;
 #if defined(__linux__)

@@ -64,5 +64,7 @@ void ArenaRewind(Arena& arena, const void* start);
 // boundary and advised for huge pages: lookups spread over a table of millions of slots then miss
 // the TLB far less. Throws std::bad_alloc.
 void* AllocateTable(size_t bytes);
-// Gives back a table from AllocateTable of the same size (null is ignored).
+// The same with every byte zero.
+void* AllocateZeroedTable(size_t bytes);
+// Gives back a table from AllocateTable or AllocateZeroedTable of the same size (null is ignored).
 void FreeTable(void* table, size_t bytes);

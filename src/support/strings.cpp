@@ -209,14 +209,22 @@ void FreeStringBuilder(StringBuilder& builder) {
 // Every block has one header entry in front of `data` that holds the previous block's start: a
 // grown array keeps its old blocks instead of freeing them, because compile units still point
 // into them. Growth doubles, so the kept blocks together are smaller than the current one.
+constexpr size_t kPtrBlockHeader = 2;
+
+// A pointer array's blocks are kept for the array's life, and the large ones are filled a page at
+// a time as the array grows: from 2 MiB up they are huge-page mappings, as the indexes' tables
+// are, so that filling them takes a page fault per 2 MiB.
 static void EnsureReserved(PtrArray& array, int64_t entries) {
     if (entries <= array.reserved) return;
     int64_t reserved = array.reserved > 0 ? array.reserved : 8;
     while (reserved < entries) reserved = reserved * 2;
     if (reserved > INT32_MAX - 1) throw std::bad_alloc();
-    void** block = static_cast<void**>(CheckedCalloc(static_cast<size_t>(reserved) + 1, sizeof(void*)));
-    block[0] = array.data ? static_cast<void*>(array.data - 1) : nullptr;
-    void** data = block + 1;
+    // Two header words: the previous block, and this block's size in bytes (for giving it back).
+    size_t bytes = (static_cast<size_t>(reserved) + kPtrBlockHeader) * sizeof(void*);
+    void** block = static_cast<void**>(AllocateZeroedTable(bytes));
+    block[0] = array.data ? static_cast<void*>(array.data - kPtrBlockHeader) : nullptr;
+    block[1] = reinterpret_cast<void*>(static_cast<uintptr_t>(bytes));
+    void** data = block + kPtrBlockHeader;
     if (array.data) std::memcpy(data, array.data, static_cast<size_t>(array.reserved) * sizeof(void*));
     array.data = data;
     array.reserved = static_cast<int32_t>(reserved);
@@ -268,10 +276,10 @@ void StorePtr(PtrArray& array, int32_t index, void* value) {
 }
 
 void FreePtrArray(PtrArray& array) {
-    void** block = array.data ? array.data - 1 : nullptr;
+    void** block = array.data ? array.data - kPtrBlockHeader : nullptr;
     while (block) {
         void** previous = static_cast<void**>(block[0]);
-        std::free(block);
+        FreeTable(block, static_cast<size_t>(reinterpret_cast<uintptr_t>(block[1])));
         block = previous;
     }
     array.data = nullptr;
