@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -160,4 +161,38 @@ TEST(Arena, BlocksDoubleFromTheFirstSizeToTheLargestAndTheLargestAreAligned) {
 #endif
     }
     EXPECT_EQ(arena.blockSize, kArenaLargestBlock);
+}
+
+TEST(Scratch, RecordsAreZeroedAlignedAndDistinctAndAResetHandsTheSameBytesOutAgain) {
+    Scratch scratch{};
+    std::vector<uint8_t*> first;
+    for (int i = 0; i < 5000; i++) {
+        uint8_t* record = static_cast<uint8_t*>(ScratchAllocate(scratch, 24 + static_cast<size_t>(i % 50)));
+        ASSERT_EQ(reinterpret_cast<uintptr_t>(record) % alignof(std::max_align_t), 0u);
+        for (size_t k = 0; k < 24; k++) ASSERT_EQ(record[k], 0) << i;
+        std::memset(record, 0xEE, 24);
+        first.push_back(record);
+    }
+    for (uint8_t* record : first) ASSERT_EQ(record[23], 0xEE);
+    ResetScratch(scratch);
+    // The same requests get the same bytes, zeroed again: no new block was needed.
+    for (int i = 0; i < 5000; i++) {
+        uint8_t* record = static_cast<uint8_t*>(ScratchAllocate(scratch, 24 + static_cast<size_t>(i % 50)));
+        ASSERT_EQ(record, first[static_cast<size_t>(i)]) << i;
+        ASSERT_EQ(record[0], 0) << i;
+    }
+}
+
+TEST(Scratch, ARequestLargerThanABlockGetsABlockOfItsOwnThatLaterRequestsReuse) {
+    Scratch scratch{};
+    uint8_t* small = static_cast<uint8_t*>(ScratchAllocate(scratch, 16));
+    uint8_t* large = static_cast<uint8_t*>(ScratchAllocate(scratch, 3 * kArenaLargestBlock));
+    large[3 * kArenaLargestBlock - 1] = 1;
+    ResetScratch(scratch);
+    EXPECT_EQ(static_cast<uint8_t*>(ScratchAllocate(scratch, 16)), small);
+    // Too large for the first block: the chain's next block, the large one, serves it.
+    uint8_t* again = static_cast<uint8_t*>(ScratchAllocate(scratch, 2 * kArenaLargestBlock));
+    EXPECT_EQ(again, large);
+    EXPECT_EQ(again[3 * kArenaLargestBlock - 1], 1);   // beyond the request: not cleared
+    EXPECT_EQ(again[2 * kArenaLargestBlock - 1], 0);
 }

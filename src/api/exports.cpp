@@ -165,6 +165,8 @@ VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
         RecordUnknownError(unit);
     }
     EndStateMark(mark);
+    // Labels, branch sites and scope entries served this compile only.
+    ResetScratch(State().compileScratch);
     return unit;
 }
 

@@ -113,8 +113,8 @@ inline int64_t CodeOffset(const CodeGenContext& cx) { return CurrentOffset(*cx.c
 // .f narrowed to float; for .i, .v, .s, .b its integer value; .l takes `longBits` as the 8 bytes.
 void EmitPushConstant(CodeGenContext& cx, uint32_t opcode, uint32_t type, double value, uint64_t longBits = 0);
 
-// A new label with depth -1. Labels stay allocated after use: fix-ups and the label table may
-// still point at them.
+// A new label with depth -1, one of the compile's scratch records: it stays until the compile
+// ends, as fix-ups and the label table may still point at it after it is placed.
 BranchLabel* NewLabel(const char* name);
 // Labels and branches: forward branches are written with offset 0 and patched when placed.
 // A branch whose word offset does not fit the signed 23-bit field (2^22 words or more either

@@ -14,32 +14,10 @@ constexpr int32_t kSlotTableBuckets = 16;
 constexpr int32_t kLabelTableBuckets = 4;
 constexpr uint32_t kNoName = 0xFFFFFFFFu;
 
-// The label record itself is kept with the process's records; its pending sites are freed.
-void FreeLabel(BranchLabel* label) {
-    BranchSite* site = label->pending;
-    label->pending = nullptr;
-    while (site) {
-        BranchSite* next = site->next;
-        std::free(site);
-        site = next;
-    }
-}
-
-bool ListHolds(const List& list, const void* value) {
-    for (const ListNode* node = list.first; node; node = node->next) {
-        if (node->value == value) return true;
-    }
-    return false;
-}
-
-// Frees the list's nodes and the labels they hold; a label still held further down this list or
-// by `other` is left to be freed there, so each is freed once. Never allocates: it runs on the
-// failure path, where memory may have run out.
-void FreeTargets(List& targets, const List& other) {
-    while (targets.count > 0) {
-        BranchLabel* label = static_cast<BranchLabel*>(ListPop(targets));
-        if (label && !ListHolds(targets, label) && !ListHolds(other, label)) FreeLabel(label);
-    }
+// Frees the list's nodes; the labels they hold, with their sites, are the compile's scratch
+// records. Never allocates: it runs on the failure path, where memory may have run out.
+void FreeTargets(List& targets) {
+    while (targets.count > 0) ListPop(targets);
 }
 
 // Inserts `node` in front of `head` and returns it as the new head.
@@ -150,8 +128,8 @@ void EndCompile(CodeGenContext& cx, VMBuffer** code, VMBuffer** code2) {
 void CleanUpContext(CodeGenContext& cx) {
     ClearHashTable(cx.slotTable);
     ClearHashTable(cx.labelTable);
-    FreeTargets(cx.continueTargets, cx.breakTargets);
-    FreeTargets(cx.breakTargets, cx.continueTargets);
+    FreeTargets(cx.continueTargets);
+    FreeTargets(cx.breakTargets);
     while (cx.scopes.count > 0) PopScope(cx);
     std::free(cx.typeStack);
     cx.typeStack = nullptr;

@@ -118,7 +118,7 @@ void EmitPushConstant(CodeGenContext& cx, uint32_t opcode, uint32_t type, double
 }
 
 BranchLabel* NewLabel(const char* name) {
-    BranchLabel* label = static_cast<BranchLabel*>(KeepRecord(sizeof(BranchLabel)));
+    BranchLabel* label = static_cast<BranchLabel*>(CompileRecord(sizeof(BranchLabel)));
     label->name = name;
     label->depth = -1;
     return label;
@@ -128,17 +128,14 @@ BranchLabel* NewLabel(const char* name) {
 void PlaceLabel(CodeGenContext& cx, BranchLabel* label) {
     label->offset = CodeOffset(cx);
     label->defined = 1;
-    // Detached first: when a site is out of range the compile fails here, and the label's clean-up
-    // must not meet sites already freed.
+    // Detached first: when a site is out of range the compile fails here, and the label must not
+    // keep sites half patched.
     BranchSite* site = label->pending;
     label->pending = nullptr;
-    while (site) {
-        BranchSite* next = site->next;
+    for (; site; site = site->next) {
         uint32_t word = ReadWord(*cx.code, site->offset);
         int32_t words = BranchWords(cx, site->offset, label->offset);
         PatchWord(*cx.code, site->offset, MakeBranch(word >> 24, words) | site->extra);
-        std::free(site);
-        site = next;
     }
 }
 
@@ -149,7 +146,7 @@ void BranchToLabel(CodeGenContext& cx, BranchLabel* label, uint32_t opcode) {
         Emit(cx, {MakeBranch(opcode, BranchWords(cx, here, label->offset))});
         return;
     }
-    BranchSite* site = static_cast<BranchSite*>(CheckedMalloc(sizeof(BranchSite)));
+    BranchSite* site = static_cast<BranchSite*>(CompileRecord(sizeof(BranchSite)));
     site->next = label->pending;
     site->offset = here;
     site->extra = 0;

@@ -15,10 +15,15 @@ ScopeRecord* ScopeOf(const ListNode* node) { return static_cast<ScopeRecord*>(no
 const char* VarEntryText(const VarEntry* entry) { return (*entry->name)->text; }
 
 VarEntry* NewVarEntry(const char* name, uint32_t kind, uint32_t slot) {
-    // Kept for the life of the process: the name table may point at the entry's copy of the name.
-    VarEntry* entry = static_cast<VarEntry*>(KeepRecord(sizeof(VarEntry)));
-    RefString** handle = static_cast<RefString**>(KeepRecord(sizeof(RefString*)));
-    *handle = NewArenaRefString(State().records, State().texts, name);
+    // The entry lives while the compile runs; its copy of the name is kept for the life of the
+    // process, as the name table may take it.
+    VarEntry* entry = static_cast<VarEntry*>(CompileRecord(sizeof(VarEntry)));
+    RefString** handle = static_cast<RefString**>(CompileRecord(sizeof(RefString*)));
+    RefString* text = static_cast<RefString*>(CompileRecord(sizeof(RefString)));
+    text->text = KeepText(name ? name : "");
+    text->refs = 1;
+    text->flags = kRefStringInArena;
+    *handle = text;
     entry->name = handle;
     entry->kind = kind;
     entry->slot = slot;

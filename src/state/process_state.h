@@ -73,6 +73,9 @@ struct ProcessState {
     // entries and accessor records, and the copies of names in the name table.
     Arena records;
     Arena texts;
+    // What only the running compile uses (branch labels and sites, scope entries); reset when a
+    // compile ends.
+    Scratch compileScratch;
     // The blocks the last compile's code and position buffers wrote into, once their contents
     // were copied to `records`.
     SpareBlock spareCode;
@@ -83,6 +86,8 @@ ProcessState& State();
 
 // A zeroed record, and a copy of a text, kept for the life of the process in the shared blocks.
 inline void* KeepRecord(size_t size) { return ArenaAllocate(State().records, size); }
+// A zeroed record for the running compile only: gone when the compile ends (VeltJS_Compile).
+inline void* CompileRecord(size_t size) { return ScratchAllocate(State().compileScratch, size); }
 char* KeepText(const char* text);
 
 // The names the rest of the library uses for the record's tables.

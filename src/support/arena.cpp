@@ -92,6 +92,19 @@ uint8_t* Carve(Arena& arena, size_t size, size_t largestCarved = kArenaLargeRequ
 
 }  // namespace
 
+struct ScratchBlock {
+    ScratchBlock* next;
+    size_t size;   // bytes after the header
+};
+
+namespace {
+
+constexpr size_t kScratchHeader = (sizeof(ScratchBlock) + kAlignment - 1) & ~(kAlignment - 1);
+
+uint8_t* ScratchData(ScratchBlock* block) { return reinterpret_cast<uint8_t*>(block) + kScratchHeader; }
+
+}  // namespace
+
 // Zeroed here, record by record, rather than a block at a time: the bytes are written while they
 // are in the cache anyway, and pages of a block are touched only as records reach them.
 void* ArenaAllocate(Arena& arena, size_t size) {
@@ -166,4 +179,40 @@ void FreeTable(void* table, size_t bytes) {
 #endif
     (void)bytes;
     std::free(table);
+}
+
+void* ScratchAllocate(Scratch& scratch, size_t size) {
+    if (AllocationShouldFail()) throw std::bad_alloc();
+    size = RoundUp(size == 0 ? 1 : size);
+    while (!scratch.next || static_cast<size_t>(scratch.end - scratch.next) < size) {
+        // The next block of the chain (a block too small for this request is passed over), or a
+        // new one at its end, doubling up to the largest block size.
+        ScratchBlock* following = scratch.current ? scratch.current->next : scratch.first;
+        if (!following) {
+            size_t blockSize = scratch.current ? 2 * scratch.current->size : kArenaFirstBlock;
+            if (blockSize > kArenaLargestBlock) blockSize = kArenaLargestBlock;
+            if (blockSize < size) blockSize = size;
+            following = static_cast<ScratchBlock*>(std::malloc(kScratchHeader + blockSize));
+            if (!following) throw std::bad_alloc();
+            following->next = nullptr;
+            following->size = blockSize;
+            if (scratch.current) {
+                scratch.current->next = following;
+            } else {
+                scratch.first = following;
+            }
+        }
+        scratch.current = following;
+        scratch.next = ScratchData(following);
+        scratch.end = scratch.next + following->size;
+    }
+    uint8_t* record = scratch.next;
+    scratch.next += size;
+    return std::memset(record, 0, size);
+}
+
+void ResetScratch(Scratch& scratch) {
+    scratch.current = nullptr;
+    scratch.next = nullptr;
+    scratch.end = nullptr;
 }

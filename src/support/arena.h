@@ -68,3 +68,20 @@ void* AllocateTable(size_t bytes);
 void* AllocateZeroedTable(size_t bytes);
 // Gives back a table from AllocateTable or AllocateZeroedTable of the same size (null is ignored).
 void FreeTable(void* table, size_t bytes);
+
+// Memory for records that live only while one compile runs (branch labels and their pending
+// sites, scope entries): handed out zeroed and aligned like an arena's records, and all taken
+// back at once when the compile ends. The blocks stay for the next compile, so the compiles of a
+// project reuse the same pages rather than each touching fresh ones. A zeroed record is empty.
+struct ScratchBlock;
+struct Scratch {
+    ScratchBlock* first;     // the blocks, in the order they are used
+    ScratchBlock* current;   // null before the first request after a reset
+    uint8_t* next;
+    uint8_t* end;
+};
+
+// Throws std::bad_alloc, with the scratch unchanged, when a new block cannot be had.
+void* ScratchAllocate(Scratch& scratch, size_t size);
+// Every record handed out since the last reset is gone; the next request starts at the first block.
+void ResetScratch(Scratch& scratch);
