@@ -37,7 +37,9 @@ uint8_t* MapAligned(size_t bytes) {
 #endif
 }
 
+#if defined(__linux__)
 size_t RoundToLargestBlock(size_t bytes) { return (bytes + kArenaLargestBlock - 1) & ~(kArenaLargestBlock - 1); }
+#endif
 
 // A block of the largest size. On Linux it comes from a mapping of kArenaRegion bytes that the
 // arena reserves at a 2 MiB boundary (made larger by one block, the unaligned ends given back)
