@@ -17,10 +17,10 @@ static_assert(kArenaLargestCarvedBlock <= kArenaLargestBlock, "a carved block fi
 
 size_t RoundUp(size_t size) { return (size + kAlignment - 1) & ~(kAlignment - 1); }
 
+#if defined(__linux__)
 // `bytes` (a multiple of kArenaLargestBlock) mapped at a kArenaLargestBlock boundary and advised
 // for huge pages, or null.
 uint8_t* MapAligned(size_t bytes) {
-#if defined(__linux__)
     size_t span = bytes + kArenaLargestBlock;
     void* mapped = mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (mapped == MAP_FAILED) return nullptr;
@@ -31,13 +31,8 @@ uint8_t* MapAligned(size_t bytes) {
     if (start + span > tail) munmap(reinterpret_cast<void*>(tail), start + span - tail);
     madvise(reinterpret_cast<void*>(aligned), bytes, MADV_HUGEPAGE);
     return reinterpret_cast<uint8_t*>(aligned);
-#else
-    (void)bytes;
-    return nullptr;
-#endif
 }
 
-#if defined(__linux__)
 size_t RoundToLargestBlock(size_t bytes) { return (bytes + kArenaLargestBlock - 1) & ~(kArenaLargestBlock - 1); }
 #endif
 
