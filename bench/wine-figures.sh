@@ -42,18 +42,7 @@ work="$(cd "$work" && pwd)"
 [ -z "$windows" ] || windows="$(cd "$windows" && pwd)"
 cd "$(dirname "$0")/.."
 
-# wine64 as Debian installs it (outside PATH), else whatever wine is on PATH.
-wine="${VELTJS_WINE:-}"
-if [ -z "$wine" ]; then
-  for candidate in /usr/lib/wine/wine64 wine64 wine; do
-    if command -v "$candidate" > /dev/null; then
-      wine="$candidate"
-      break
-    fi
-  done
-fi
-[ -n "$wine" ] || { echo "wine-figures.sh: no wine found (set VELTJS_WINE)" >&2; exit 2; }
-export WINEDEBUG=-all
+. scripts/find-wine.sh wine-figures.sh
 
 targets=(veltjs_time compile_bench)
 build() {  # PRESET DIR TARGETS...

@@ -38,12 +38,19 @@ ScannedToken Single(const std::string& source) {
 // ---------------------------------------------------------------------------------------------
 // Token texts in the arenas
 
+namespace {
+
+// A lexer over `source` whose tokens' records and texts go into arenas of the test's own.
+Lexer* LexerWithArenas(const char* source, Arena& records, Arena& texts) {
+    return MakeLexer(NewPaddedRefString(source, kSourcePadding), NewRefString("file.js"), records, texts);
+}
+
+}  // namespace
+
 TEST(Scanner, ATokenNoOneTookGivesItsRecordAndTextToTheNextToken) {
-    RefString* source = NewPaddedRefString("((((((((((((((((((((((((((((((((x", kSourcePadding);
-    RefString* file = NewRefString("file.js");
     Arena records{};
     Arena texts{};
-    Lexer* lexer = MakeLexer(source, file, records, texts);
+    Lexer* lexer = LexerWithArenas("((((((((((((((((((((((((((((((((x", records, texts);
     RefString* first = *lexer->tokenText;
     for (int i = 0; i < 32; i++) {
         ASSERT_EQ(lexer->tokenKind, '(');
@@ -57,11 +64,9 @@ TEST(Scanner, ATokenNoOneTookGivesItsRecordAndTextToTheNextToken) {
 }
 
 TEST(Scanner, ATokenSomeoneHoldsKeepsItsRecordAndTextWhenTheScannerGoesOn) {
-    RefString* source = NewPaddedRefString("alpha(beta)", kSourcePadding);
-    RefString* file = NewRefString("file.js");
     Arena records{};
     Arena texts{};
-    Lexer* lexer = MakeLexer(source, file, records, texts);
+    Lexer* lexer = LexerWithArenas("alpha(beta)", records, texts);
     RefString* alpha = RetainRefString(*lexer->tokenText);
     ScanToken(lexer);
     ScanToken(lexer);

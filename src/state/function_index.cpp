@@ -38,16 +38,15 @@ FunctionSlot& Probe(FunctionIndex& index, const char* text, uint32_t hash) {
     }
 }
 
-// A table of `capacity` slots (a power of two) holding the slots of the old one that `keep`
-// accepts. Throws std::bad_alloc with the index unchanged.
-template <typename Keep>
-void Rebuild(FunctionIndex& index, uint64_t capacity, Keep keep) {
+// A table of `capacity` slots (a power of two) holding every slot of the old one. Throws
+// std::bad_alloc with the index unchanged.
+void Grow(FunctionIndex& index, uint64_t capacity) {
     FunctionSlot* slots = static_cast<FunctionSlot*>(AllocateTable(capacity * sizeof(FunctionSlot)));
     for (uint64_t i = 0; i < capacity; i++) slots[i].position = -1;
     int64_t used = 0;
     for (uint64_t i = 0; index.slots && i <= index.mask; i++) {
         const FunctionSlot& slot = index.slots[i];
-        if (slot.position < 0 || !keep(slot)) continue;
+        if (slot.position < 0) continue;
         uint64_t at = slot.hash & (capacity - 1);
         while (slots[at].position >= 0) at = (at + 1) & (capacity - 1);
         slots[at] = slot;
@@ -117,9 +116,9 @@ void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionReco
     // Room first, then the push, then the slot: a failure leaves the index and the list in step.
     FunctionIndex& index = State().functionIndex;
     if (!index.slots) {
-        Rebuild(index, kFirstSlots, [](const FunctionSlot&) { return true; });
+        Grow(index, kFirstSlots);
     } else if (static_cast<uint64_t>(index.used + 1) * 2 > index.mask + 1) {
-        Rebuild(index, (index.mask + 1) * 2, [](const FunctionSlot&) { return true; });
+        Grow(index, (index.mask + 1) * 2);
     }
     uint32_t hash = TextHash(qualifiedName);
     FunctionSlot& slot = Probe(index, qualifiedName, hash);

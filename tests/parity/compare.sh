@@ -15,18 +15,7 @@ linux="$(cd "${1:?usage: compare.sh LINUX_BUILD_DIR WINDOWS_BUILD_DIR [WORKDIR] 
 windows="$(cd "${2:?usage: compare.sh LINUX_BUILD_DIR WINDOWS_BUILD_DIR [WORKDIR] [COUNT]}" && pwd)"
 work="${3:-$(mktemp -d /tmp/veltjs-parity.XXXXXX)}"
 count="${4:-600}"
-# wine64 as Debian installs it (outside PATH), else whatever wine is on PATH.
-wine="${VELTJS_WINE:-}"
-if [ -z "$wine" ]; then
-  for candidate in /usr/lib/wine/wine64 wine64 wine; do
-    if command -v "$candidate" > /dev/null; then
-      wine="$candidate"
-      break
-    fi
-  done
-fi
-[ -n "$wine" ] || { echo "compare.sh: no wine found (set VELTJS_WINE)" >&2; exit 2; }
-export WINEDEBUG=-all
+. "$root/scripts/find-wine.sh" compare.sh
 
 mkdir -p "$work"
 work="$(cd "$work" && pwd)"
