@@ -387,6 +387,27 @@ TEST(Scopes, QualifiedNameJoinsTheEnclosingFunctionNames) {
     EXPECT_STREQ(inner->text, "g@f@name");
 }
 
+TEST(Scopes, QualifiedNameLosesAClosedScopesNameAndTakesTheNextOnes) {
+    TestCompile t;
+    FunctionRecord g{};
+    g.declaredNameIndex = static_cast<uint32_t>(InternName("g"));
+    FunctionRecord f{};
+    f.declaredNameIndex = static_cast<uint32_t>(InternName("f"));
+    FunctionRecord h{};
+    h.declaredNameIndex = static_cast<uint32_t>(InternName("hh"));
+    PushScope(t.cx, &g);
+    PushScope(t.cx, &f);
+    EXPECT_STREQ(WriteQualifiedName(t.cx, "n", t.cx.nameScratch), "g@f@n");
+    PopScope(t.cx);
+    EXPECT_STREQ(WriteQualifiedName(t.cx, "n", t.cx.nameScratch), "g@n");
+    EXPECT_EQ(t.cx.nameScratch.length, 3u);
+    PushScope(t.cx, &h);
+    EXPECT_STREQ(WriteQualifiedName(t.cx, nullptr, t.cx.nameScratch), "g@hh@");
+    PopScope(t.cx);
+    PopScope(t.cx);
+    EXPECT_STREQ(QualifiedName(t.cx, "n")->text, "n");
+}
+
 TEST(Scopes, QualifiedNameSkipsEmptyAndInvalidDeclaredNames) {
     TestCompile t;
     FunctionRecord empty{};
@@ -574,6 +595,26 @@ TEST(FunctionRecords, ThousandsOfNamesAreFoundAndATakenBackTailLeavesTheRestReac
     for (int i = 0; i < 3000; i++) {
         ASSERT_EQ(FindFunctionRecord(("f" + std::to_string(i)).c_str()), i < 1234 ? i : -1) << i;
     }
+}
+
+TEST(FunctionRecords, AKeptNameIsIndexedWhereItLiesAndAnyOtherNameByACopy) {
+    ResetProcessState();
+    EnsureLibraryInitialised();
+    FunctionRecord kept{};
+    FunctionRecord copied{};
+    char* keptText = KeepText("outer@kept");
+    uint8_t* textsBefore = State().texts.next;
+    SetFunctionRecord(HashText(keptText, std::strlen(keptText)), true, -1, &kept);
+    EXPECT_EQ(State().texts.next, textsBefore);   // no second copy of the kept text
+    EXPECT_EQ(FindFunctionRecord("outer@kept"), 0);
+
+    // A text the caller may change later: the index holds its own copy.
+    char hostText[] = "outer@host";
+    SetFunctionRecord(HashText(hostText, std::strlen(hostText)), false, -1, &copied);
+    hostText[0] = 'X';
+    EXPECT_EQ(FindFunctionRecord("outer@host"), 1);
+    EXPECT_EQ(FindFunctionRecord(HashText("Xuter@host", 10)), -1);
+    EXPECT_EQ(FindFunctionRecord(HashText("outer@kept", 10)), 0);
 }
 
 TEST(FunctionRecords, AFunctionDeclaredTwiceKeepsOneEntry) {

@@ -69,3 +69,43 @@ TEST(NameTable, ManyNamesAreEachFoundAtTheirOwnId) {
     for (int i = 0; i < 200000; i++) ASSERT_EQ(FindName((*texts)[i].c_str()), i);
     EXPECT_EQ(FindName("name_200000"), -1);
 }
+
+TEST(NameTable, TextHashReadsEveryByteOfTextsOfEveryLengthAndTheTextAloneDecides) {
+    // Texts up to 40 bytes, so every length of the last word is read; a change in any one byte
+    // changes the hash, and a text hashed with its length hashes as the plain call does.
+    std::string text;
+    for (int length = 0; length <= 40; length++) {
+        uint32_t hash = TextHash(text.c_str());
+        EXPECT_EQ(TextHash(text.c_str(), text.size()), hash) << length;
+        EXPECT_EQ(HashText(text.c_str(), text.size()).hash, hash) << length;
+        for (int at = 0; at < length; at++) {
+            std::string changed = text;
+            changed[static_cast<size_t>(at)] ^= 0x20;
+            EXPECT_NE(TextHash(changed.c_str()), hash) << length << " " << at;
+        }
+        text.push_back(static_cast<char>('a' + length % 26));
+    }
+    // A shorter text is not its longer self padded with zeros.
+    EXPECT_NE(TextHash("ab", 2), TextHash("ab\0", 3));
+}
+
+TEST(NameTable, LookupsAndPushesWithAKnownHashAgreeWithThePlainOnes) {
+    VeltJS_Init();
+    static std::vector<std::string> storage;   // lives on: the table holds pointers into it
+    std::vector<std::string>* texts = &storage;
+    texts->reserve(5000);
+    for (int i = 0; i < 5000; i++) texts->push_back(std::string(static_cast<size_t>(i % 300), 'q') + std::to_string(i));
+    for (int i = 0; i < 5000; i++) {
+        const std::string& text = (*texts)[static_cast<size_t>(i)];
+        HashedText hashed = HashText(text.c_str(), text.size());
+        ASSERT_EQ(FindName(hashed), -1);
+        int32_t id = i % 2 == 0 ? PushName(hashed) : PushName(text.c_str());
+        ASSERT_EQ(FindName(hashed), id);
+        ASSERT_EQ(FindName(text.c_str()), id);
+    }
+    // Equal texts at other addresses are found by their text.
+    for (int i = 0; i < 5000; i += 97) {
+        std::string copy = (*texts)[static_cast<size_t>(i)];
+        EXPECT_EQ(FindName(HashText(copy.c_str(), copy.size())), ScanForName(copy.c_str())) << i;
+    }
+}

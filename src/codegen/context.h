@@ -64,6 +64,7 @@ struct ScopeRecord {
     HashTable slots;      // VarEntry: names that took a slot from the process-wide counter
     HashTable extra;      // FunctionRecord: functions declared in this scope, by declared name
     FunctionRecord* function;
+    uint32_t prefixBefore;   // the length of the context's qualifier prefix before this scope's
 };
 
 struct CodeGenContext {
@@ -82,6 +83,9 @@ struct CodeGenContext {
     HashTable slotTable;
     const Node* statement;   // the innermost statement being compiled, where branch errors point
     StringBuilder nameScratch;   // where qualified names are built before they are interned
+    // Every open scope's declared function name followed by '@', outermost first: the part that
+    // qualified names made in the innermost scope share.
+    StringBuilder qualifierPrefix;
     StackGuard guard;        // the recursion of this compile
 };
 
@@ -139,11 +143,14 @@ enum PatchKind : uint32_t {
 int32_t InternName(const char* text);
 // The same for a text the table must not keep: a copy is added when the text is new.
 int32_t InternCopy(const char* text);
+int32_t InternCopy(const HashedText& text);
 // `kind` is a PatchKind.
 uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind);
 // A variable patch record that points at no code (offset all ones).
 void AddVarRecordWithoutSite(const char* name, uint32_t kind);
 uint32_t AddFuncAndPatch(CodeGenContext& cx, const char* name);
+// The same for a name already in the table at `nameIndex`.
+void AddFuncPatch(CodeGenContext& cx, uint32_t nameIndex);
 void AddStringAndPatch(CodeGenContext& cx, const char* text);
 // Emits call (0xD9, .i, argument count) with the AddFuncAndPatch index of `name`.
 void EmitCall(CodeGenContext& cx, const char* name, uint32_t argumentCount);

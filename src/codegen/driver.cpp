@@ -140,6 +140,7 @@ void CleanUpContext(CodeGenContext& cx) {
     std::free(cx.scriptName);
     cx.scriptName = nullptr;
     FreeStringBuilder(cx.nameScratch);
+    FreeStringBuilder(cx.qualifierPrefix);
 }
 
 // Walks the statements depth first (skipping function bodies) without recursing on the host's

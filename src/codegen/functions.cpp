@@ -10,9 +10,9 @@ namespace {
 
 // The enclosing code's view of the function: a reference made by the runner from its name index.
 // push.i qualified; conv.i.v; call @@script_ref@@ 1
-void EmitFunctionReference(CodeGenContext& cx, const char* qualifiedName) {
-    uint32_t index = AddFuncAndPatch(cx, qualifiedName);
-    Emit(cx, {MakeWord1(OP_PUSH, TYPE_INT, 0), index});
+void EmitFunctionReference(CodeGenContext& cx, uint32_t qualifiedIndex) {
+    AddFuncPatch(cx, qualifiedIndex);
+    Emit(cx, {MakeWord1(OP_PUSH, TYPE_INT, 0), qualifiedIndex});
     Emit(cx, {MakeWord(OP_CONV, TYPE_INT, TYPE_VARIABLE, 0)});
     EmitCall(cx, "@@script_ref@@", 1);
 }
@@ -41,8 +41,9 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
     cx.topLevel = 0;
 
     // Built in the context's scratch text and copied into the name table when it is new; nothing
-    // below writes the scratch text before that.
-    const char* qualified = WriteQualifiedName(cx, name, cx.nameScratch);
+    // below writes the scratch text before that. Hashed once for both indexes.
+    const char* scratch = WriteQualifiedName(cx, name, cx.nameScratch);
+    HashedText qualified = HashText(scratch, cx.nameScratch.length);
     Node* parameterList = node->next;
     Node* body = parameterList ? parameterList->next : nullptr;
     int32_t position = FindFunctionRecord(qualified);
@@ -52,8 +53,12 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
     BranchLabel* endCompile = NewLabel("endcompile");
     BranchToLabel(cx, endFunction, OP_B);
     FunctionRecord* record = NewFunctionRecord(0, 0, 0);
+    int32_t namesBefore = NameArray.count;
     record->nameIndex = static_cast<uint32_t>(InternCopy(qualified));
-    const char* qualifiedText = static_cast<const char*>(NameArray.data[record->nameIndex]);
+    // A new entry is the library's own copy, kept for the process's life; an older one may be a
+    // host's text, which the function index copies.
+    bool nameIsKept = static_cast<int32_t>(record->nameIndex) >= namesBefore;
+    qualified.text = static_cast<const char*>(NameArray.data[record->nameIndex]);
     record->declaredNameIndex = static_cast<uint32_t>(InternName(name));
     record->codeOffset = static_cast<uint64_t>(CodeOffset(cx));
     record->paramCount = parameterCount;
@@ -79,9 +84,10 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
 
     ScopeRecord* enclosing = static_cast<ScopeRecord*>(cx.scopes.last->value);
     HashInsert(enclosing->extra, name, record);
-    SetFunctionRecord(qualifiedText, position, record);
+    SetFunctionRecord(qualified, nameIsKept, position, record);
 
-    EmitFunctionReference(cx, qualifiedText);
+    // The name's first id, which is what interning its text again would return.
+    EmitFunctionReference(cx, record->nameIndex);
     cx.topLevel = savedTopLevel;
 }
 

@@ -28,12 +28,14 @@ int32_t InternName(const char* text) {
     return index >= 0 ? index : PushName(text);
 }
 
-int32_t InternCopy(const char* text) {
+int32_t InternCopy(const char* text) { return InternCopy(HashedText{text, TextHash(text)}); }
+
+int32_t InternCopy(const HashedText& text) {
     int32_t index = FindName(text);
     if (index >= 0) return index;
     // The table keeps the copy for the life of the process (and so does the arena when the push
     // fails).
-    return PushName(KeepText(text));
+    return PushName(HashedText{KeepText(text.text), text.hash});
 }
 
 uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind) {
@@ -56,8 +58,12 @@ uint32_t AddFuncAndPatch(CodeGenContext& cx, const char* name) {
         return kNoName;
     }
     uint32_t index = static_cast<uint32_t>(InternName(name));
-    PushPtr(GlobalFuncList, NewPatchRecord(index, 0, static_cast<uint64_t>(CodeOffset(cx))));
+    AddFuncPatch(cx, index);
     return index;
+}
+
+void AddFuncPatch(CodeGenContext& cx, uint32_t nameIndex) {
+    PushPtr(GlobalFuncList, NewPatchRecord(nameIndex, 0, static_cast<uint64_t>(CodeOffset(cx))));
 }
 
 // push.s index (the patch record points at the operand word)

@@ -47,7 +47,8 @@ uint32_t* NamePairs(CodeGenContext& cx, const HashTable& table) {
     for (int32_t bucket = 0; bucket <= table.mask; bucket++) {
         for (HashEntry* entry = table.buckets[bucket].first; entry; entry = entry->next) {
             const VarEntry* var = static_cast<const VarEntry*>(entry->value);
-            int32_t qualifiedIndex = InternCopy(WriteQualifiedName(cx, VarEntryText(var), cx.nameScratch));
+            const char* qualified = WriteQualifiedName(cx, VarEntryText(var), cx.nameScratch);
+            int32_t qualifiedIndex = InternCopy(HashText(qualified, cx.nameScratch.length));
             pairs[used * 2] = static_cast<uint32_t>(qualifiedIndex);
             pairs[used * 2 + 1] = static_cast<uint32_t>(InternName(VarEntryText(var)));
             used++;
@@ -128,34 +129,35 @@ VarEntry* DeclareSlot(CodeGenContext& cx, const char* name) {
 
 namespace {
 
-// The declared name a scope contributes to qualified names, or null.
-const char* QualifierOf(const ListNode* node) {
-    const FunctionRecord* record = ScopeOf(node)->function;
+// The declared name a function contributes to qualified names, or null. Read when its scope is
+// pushed: the name table's entries below the count do not change during a compile.
+const char* QualifierOf(const FunctionRecord* record) {
     if (!record || record->declaredNameIndex >= static_cast<uint32_t>(NameArray.count)) return nullptr;
     const char* declared = static_cast<const char*>(NameArray.data[record->declaredNameIndex]);
     return declared && declared[0] ? declared : nullptr;
+}
+
+void TruncatePrefix(CodeGenContext& cx, uint32_t length) {
+    if (!cx.qualifierPrefix.text) return;
+    cx.qualifierPrefix.length = length;
+    cx.qualifierPrefix.text[length] = '\0';
 }
 
 }  // namespace
 
 const char* WriteQualifiedName(CodeGenContext& cx, const char* name, StringBuilder& out) {
     if (!name) name = "";
-    // The length first, so that the builder grows at most once: in deeply nested functions the
-    // qualified names run to thousands of characters.
-    size_t length = std::strlen(name) + 1;
-    for (ListNode* node = cx.scopes.first; node; node = node->next) {
-        if (const char* declared = QualifierOf(node)) length += std::strlen(declared) + 1;
-    }
+    // The enclosing names are kept joined in the prefix: in deeply nested functions the qualified
+    // names run to thousands of characters, and every local of every function has one.
+    const StringBuilder& prefix = cx.qualifierPrefix;
+    size_t nameLength = std::strlen(name);
+    size_t length = prefix.length + nameLength + 1;
     if (length >= INT32_MAX) throw std::bad_alloc();
     out.length = 0;
     ReserveText(out, static_cast<uint32_t>(length));
-    for (ListNode* node = cx.scopes.first; node; node = node->next) {
-        const char* declared = QualifierOf(node);
-        if (!declared) continue;
-        AppendText(out, declared);
-        AppendText(out, "@");
-    }
-    AppendText(out, name);
+    if (prefix.length > 0) std::memcpy(out.text, prefix.text, prefix.length);
+    std::memcpy(out.text + prefix.length, name, nameLength + 1);
+    out.length = static_cast<uint32_t>(length - 1);
     return out.text;
 }
 
@@ -172,13 +174,19 @@ RefString* QualifiedName(CodeGenContext& cx, const char* name) {
 
 ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function) {
     ScopeRecord* scope = static_cast<ScopeRecord*>(CheckedCalloc(1, sizeof(ScopeRecord)));
+    scope->prefixBefore = cx.qualifierPrefix.length;
     try {
         InitHashTable(scope->vars, kScopeBuckets);
         InitHashTable(scope->slots, kScopeBuckets);
         InitHashTable(scope->extra, kScopeBuckets);
         scope->function = function;
+        if (const char* declared = QualifierOf(function)) {
+            AppendText(cx.qualifierPrefix, declared);
+            AppendText(cx.qualifierPrefix, "@");
+        }
         ListPush(cx.scopes, scope);
     } catch (...) {
+        TruncatePrefix(cx, scope->prefixBefore);
         FreeScope(scope);
         throw;
     }
@@ -192,7 +200,12 @@ void FreeScope(ScopeRecord* scope) {
     std::free(scope);
 }
 
-void PopScope(CodeGenContext& cx) { FreeScope(static_cast<ScopeRecord*>(ListPop(cx.scopes))); }
+void PopScope(CodeGenContext& cx) {
+    ScopeRecord* scope = static_cast<ScopeRecord*>(ListPop(cx.scopes));
+    if (!scope) return;
+    TruncatePrefix(cx, scope->prefixBefore);
+    FreeScope(scope);
+}
 
 // Both arrays are made before the record changes, so a host never sees a count that does not
 // match its array.

@@ -33,7 +33,7 @@ FunctionSlot& Probe(FunctionIndex& index, const char* text, uint32_t hash) {
     for (;;) {
         FunctionSlot& slot = index.slots[at];
         if (slot.position < 0) return slot;
-        if (slot.hash == hash && std::strcmp(slot.text, text) == 0) return slot;
+        if (slot.hash == hash && (slot.text == text || std::strcmp(slot.text, text) == 0)) return slot;
         at = (at + 1) & index.mask;
     }
 }
@@ -78,11 +78,15 @@ void EraseSlot(FunctionIndex& index, uint64_t at) {
 
 int32_t FindFunctionRecord(const char* qualifiedName) {
     if (!qualifiedName) return -1;
+    return FindFunctionRecord(HashedText{qualifiedName, TextHash(qualifiedName)});
+}
+
+int32_t FindFunctionRecord(const HashedText& qualifiedName) {
     // Once a host has renamed an entry, names no longer match the index: read them as stored.
-    if (NameOverwrites() != 0) return ScanFunctionRecords(qualifiedName);
+    if (NameOverwrites() != 0) return ScanFunctionRecords(qualifiedName.text);
     FunctionIndex& index = State().functionIndex;
     if (!index.slots) return -1;
-    return Probe(index, qualifiedName, TextHash(qualifiedName)).position;
+    return Probe(index, qualifiedName.text, qualifiedName.hash).position;
 }
 
 bool FunctionRecordIndexAgrees() {
@@ -102,7 +106,10 @@ bool FunctionRecordIndexAgrees() {
     return used == index.used;
 }
 
-void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionRecord* record) {
+namespace {
+
+// Replaces in place, or appends and indexes the name: a copy of it unless `kept`.
+void PutFunctionRecord(const HashedText* qualifiedName, bool kept, int32_t position, FunctionRecord* record) {
     if (position >= 0 && position < GlobalFunctionRecords.count) {
         // Journaled first, so that a compile that fails for memory can put the old one back.
         if (StateMark* mark = State().activeMark) mark->replaced.push_back({position, GlobalFunctionRecords.data[position]});
@@ -120,16 +127,31 @@ void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionReco
     } else if (static_cast<uint64_t>(index.used + 1) * 2 > index.mask + 1) {
         Grow(index, (index.mask + 1) * 2);
     }
-    uint32_t hash = TextHash(qualifiedName);
-    FunctionSlot& slot = Probe(index, qualifiedName, hash);
+    FunctionSlot& slot = Probe(index, qualifiedName->text, qualifiedName->hash);
     // The first record of a name keeps its slot, as an insertion that finds the name does nothing.
-    const char* text = slot.position < 0 ? KeepText(qualifiedName) : nullptr;
+    const char* text = nullptr;
+    if (slot.position < 0) text = kept ? qualifiedName->text : KeepText(qualifiedName->text);
     int32_t pushed = PushPtr(GlobalFunctionRecords, record);
     if (!text) return;
-    slot.hash = hash;
+    slot.hash = qualifiedName->hash;
     slot.position = pushed;
     slot.text = text;
     index.used++;
+}
+
+}  // namespace
+
+void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionRecord* record) {
+    if (!qualifiedName) {
+        PutFunctionRecord(nullptr, false, position, record);
+        return;
+    }
+    HashedText hashed{qualifiedName, TextHash(qualifiedName)};
+    PutFunctionRecord(&hashed, false, position, record);
+}
+
+void SetFunctionRecord(const HashedText& qualifiedName, bool nameIsKept, int32_t position, FunctionRecord* record) {
+    PutFunctionRecord(&qualifiedName, nameIsKept, position, record);
 }
 
 void DropFunctionPositionsFrom(int32_t count) {

@@ -2,6 +2,7 @@
 // across compiles, in one record with one definition.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -122,14 +123,26 @@ void AddBuiltInFunction(const char* name);
 // ---------------------------------------------------------------------------------------------
 // The name table.
 
-// The hash the name index and the function-record index key texts by.
+// The hash the name index and the function-record index key texts by; `length` is the text's
+// strlen. Read a word at a time: qualified names run to thousands of characters.
+uint32_t TextHash(const char* text, size_t length);
 uint32_t TextHash(const char* text);
+
+// A text with its TextHash, for callers that look the same text up in more than one index.
+struct HashedText {
+    const char* text;
+    uint32_t hash;
+};
+HashedText HashText(const char* text, size_t length);
+
 // The index of the first NameArray entry below count whose text equals `text`, or -1.
 // Answers as a front-to-back strcmp scan would, through an index kept in step with the array.
 int32_t FindName(const char* text);
+int32_t FindName(const HashedText& text);
 // Appends the pointer itself (not a copy) and returns its index. Either it throws with nothing
 // changed or the name is in the table.
 int32_t PushName(const char* text);
+int32_t PushName(const HashedText& text);
 // VeltJS_AddName's placement rules; count never changes. Throws with nothing changed when the
 // entry cannot be made addressable.
 void PlaceName(const char* name, int32_t index);
@@ -142,7 +155,13 @@ uint64_t NameOverwrites();
 
 // Positions in the process-wide function-record list by qualified name (-1 when absent).
 int32_t FindFunctionRecord(const char* qualifiedName);
+int32_t FindFunctionRecord(const HashedText& qualifiedName);
+// Replaces the record at `position`, or (position -1) appends it and indexes its name; the index
+// keeps its own copy of the name.
 void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionRecord* record);
+// The same with the name's hash known; when `nameIsKept` the text is a copy kept for the life of
+// the process (`KeepText`), which the index points at instead of copying it again.
+void SetFunctionRecord(const HashedText& qualifiedName, bool nameIsKept, int32_t position, FunctionRecord* record);
 // True when every entry of the index by qualified name points below the list's count, at a record
 // of that name (read through the name table while no host has renamed an entry).
 bool FunctionRecordIndexAgrees();
