@@ -20,10 +20,9 @@ struct AccessorRecord {
 // The accessor's property name: the text of its name child.
 const char* AccessorName(const Node* accessor) { return TextOf(accessor->first); }
 
-// Accessor records are not freed after the literal: a few bytes per accessor next to its tree,
-// which lives as long.
+// Only the literal's compile reads an accessor record: it is one of the compile's scratch records.
 __attribute__((noinline)) AccessorRecord* NewAccessorRecord(const char* name) {
-    AccessorRecord* record = static_cast<AccessorRecord*>(KeepRecord(sizeof(AccessorRecord)));
+    AccessorRecord* record = static_cast<AccessorRecord*>(CompileRecord(sizeof(AccessorRecord)));
     record->name = name;
     return record;
 }

@@ -7,6 +7,9 @@
  *   if (a) { BODY }: the bf after the condition's three words jumps 1 + |BODY| words forward;
  *   do { BODY } while (a);: the bt after BODY and the condition's three words jumps
  *   |BODY| + 3 words back to the start of BODY.
+ *   outer: do { break outer; BODY } while (a);: the b of the break jumps over itself, BODY, the
+ *   condition's three words and the bt, |BODY| + 5 words forward, to the loop's end; the bt jumps
+ *   one word less back, so the break is the longest branch.
  * Prints one line per check and exits non-zero when any fails. */
 #if defined(_WIN32)
 #  include <windows.h>
@@ -138,6 +141,30 @@ static void CheckBackwardPastTheLimit(void) {
                     ParseAndCompile(Script("y = 0;\ndo {\n", "x;1;1;", kIncrement, 699049, "\n} while (a);")));
 }
 
+static const char kNamedBreak[] = "y = 0;\nouter: do {\nbreak outer;\n";
+static const char kNamedBreakEnd[] = "\n} while (a);\ny = 2;";
+
+/* break outer over 6 * 699049 + 2 * 2 + 5 = 4194303 words: the longest forward branch, through
+ * a named label. */
+static void CheckNamedBreakAtTheLimit(void) {
+    CompileUnit* unit = ParseAndCompile(Script(kNamedBreak, "1;1;", kIncrement, 699049, kNamedBreakEnd));
+    Check("named break 2^22 - 1 words: status 0", unit && unit->status == 0, NULL);
+    if (!unit || unit->status != 0 || !unit->code) return;
+    /* y = 0 (3 words), the break's b, the body, the condition (3 words), the bt, y = 2 (3 words). */
+    const int64_t words = unit->codeSize / 4;
+    Check("named break 2^22 - 1 words: code size", words == 3 + 1 + 4194298 + 3 + 1 + 3, NULL);
+    if (words != 3 + 1 + 4194298 + 3 + 1 + 3) return;
+    CheckWord("named break 2^22 - 1 words: the b", unit->code[3], 0xB63FFFFFu);
+    /* Its target, 4194303 words on, is the first word of y = 2 (push of 2). */
+    CheckWord("named break 2^22 - 1 words: its target", unit->code[3 + 4194303], 0xC00F0002u);
+}
+
+/* break outer over 6 * 699049 + 3 + 2 + 5 = 2^22 words. */
+static void CheckNamedBreakPastTheLimit(void) {
+    CheckOutOfRange("named break 2^22 words",
+                    ParseAndCompile(Script(kNamedBreak, "x;1;", kIncrement, 699049, kNamedBreakEnd)));
+}
+
 int main(int argc, char** argv) {
     if (argc < 2) {
         fprintf(stderr, "usage: %s <path of the VeltJS library>\n", argv[0]);
@@ -152,6 +179,8 @@ int main(int argc, char** argv) {
     CheckForwardPastTheLimit();
     CheckBackwardAtTheLimit();
     CheckBackwardPastTheLimit();
+    CheckNamedBreakAtTheLimit();
+    CheckNamedBreakPastTheLimit();
     printf("%d check(s) failed\n", failures);
     return failures ? 1 : 0;
 }
