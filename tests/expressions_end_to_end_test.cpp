@@ -23,12 +23,6 @@ namespace {
 constexpr uint32_t kGlobalScopeCall = 0xD9020000;  // call @@GlobalScope@@ / @@This@@ with 0 arguments
 constexpr uint32_t kScriptRefCall = 0xD9020001;    // call @@script_ref@@ with 1 argument
 
-// The name's index in the shared name table (all ones when it is not there).
-uint32_t Index(const char* name) { return static_cast<uint32_t>(NameIndex(name)); }
-// A variable reference operand.
-uint32_t Ref(const char* name) { return 0xA0000000u | Index(name); }
-// A declaration operand.
-uint32_t Decl(const char* name) { return 0xB0000000u | Index(name); }
 
 std::string Hex(std::initializer_list<uint32_t> words) { return HexWords(std::vector<uint32_t>(words)); }
 
@@ -94,7 +88,7 @@ void ExpectLiteralStores(const std::vector<LiteralCase>& cases) {
         std::vector<uint32_t> words = CompileWords(std::string("x = ") + c.literal + ";");
         std::vector<uint32_t> expected = c.words;
         expected.push_back(0x4505FFF5u | (c.type << 20));
-        expected.push_back(Ref("x"));
+        expected.push_back(NameRef("x"));
         EXPECT_EQ(Hex(words), Hex(expected));
     }
 }
@@ -126,48 +120,48 @@ TEST(ExpressionsEndToEnd, AssignmentToAnUnresolvedNameStoresWithSelectorMinus11)
 TEST(ExpressionsEndToEnd, LogicalNotOfAVariableYieldsABool) {
     std::vector<uint32_t> words = CompileWords("x = !a;");
     EXPECT_EQ(Hex(words), Hex({
-                              0xC005FFF5, Ref("a"),  // push.v -11 a
+                              0xC005FFF5, NameRef("a"),  // push.v -11 a
                               0x12050100,            // not.v 0x0100
-                              0x4545FFF5, Ref("x"),  // pop.v.b x
+                              0x4545FFF5, NameRef("x"),  // pop.v.b x
                           }));
 }
 
 TEST(ExpressionsEndToEnd, LogicalNotCarriesTheOperandsStaticType) {
     std::vector<uint32_t> words = CompileWords("x = !1;");
-    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0x12020100, 0x4545FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0x12020100, 0x4545FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, BitwiseNotIsNotWithField0200AndYieldsAVariable) {
     std::vector<uint32_t> words = CompileWords("x = ~a;");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("a"), 0x12050200, 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("a"), 0x12050200, 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, UnaryPlusConvertsToVariableWithField0200) {
     std::vector<uint32_t> words = CompileWords("x = +1;");
-    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0x07520200, 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0x07520200, 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, UnaryMinusOfAVariableIsNeg) {
     std::vector<uint32_t> words = CompileWords("x = -a;");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("a"), 0x11050100, 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("a"), 0x11050100, 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, UnaryMinusOfAPositiveConstantIsThePushFollowedByNeg) {
     std::vector<uint32_t> words = CompileWords("x = -1;");
-    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0x11020100, 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0x11020100, 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, MinusZeroIsOnePushOfNegativeZeroDouble) {
     std::vector<uint32_t> words = CompileWords("x = -0;");
     EXPECT_EQ(Hex(words), Hex({
                               0xC0000000, 0x00000000, 0x80000000,  // push.d -0.0
-                              0x4505FFF5, Ref("x"),                // pop.v.d x
+                              0x4505FFF5, NameRef("x"),                // pop.v.d x
                           }));
 }
 
 TEST(ExpressionsEndToEnd, MinusZeroPointZeroIsAnOrdinaryNegation) {
     std::vector<uint32_t> words = CompileWords("x = -0.0;");
-    EXPECT_EQ(Hex(words), Hex({0xC00F0000, 0x11020100, 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0000, 0x11020100, 0x4555FFF5, NameRef("x")}));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -188,24 +182,24 @@ TEST(ExpressionsEndToEnd, EveryArithmeticAndBitwiseOperatorPutsTheLeftTypeHighAn
         SCOPED_TRACE(c.op);
         std::vector<uint32_t> words = CompileWords(std::string("x = 1 ") + c.op + " \"s\";");
         // push.e 1 (.i); push.s "s" (.s); op with second type .i and first type .s
-        EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0xC0060000, Index("s"), (c.opcode << 24) | 0x00260000u | c.field,
-                                   0x4555FFF5, Ref("x")}));
+        EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0xC0060000, NameId("s"), (c.opcode << 24) | 0x00260000u | c.field,
+                                   0x4555FFF5, NameRef("x")}));
     }
 }
 
 TEST(ExpressionsEndToEnd, BinaryOperatorOnTwoVariables) {
     std::vector<uint32_t> words = CompileWords("x = a - b;");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("a"), 0xC005FFF5, Ref("b"), 0x0D550100, 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("a"), 0xC005FFF5, NameRef("b"), 0x0D550100, 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, LeftNestedMultiplicationUsesTheFirstResultAsVariable) {
     std::vector<uint32_t> words = CompileWords("x = 1 * 2 * 3;");
-    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0xC00F0002, 0x08220100, 0xC00F0003, 0x08520100, 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0xC00F0002, 0x08220100, 0xC00F0003, 0x08520100, 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, FlatBitwiseAndChainEmitsOneAndPerFurtherOperand) {
     std::vector<uint32_t> words = CompileWords("x = 1 & 2 & 3;");
-    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0xC00F0002, 0x0E220100, 0xC00F0003, 0x0E520100, 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0xC00F0002, 0x0E220100, 0xC00F0003, 0x0E520100, 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, EveryComparisonIsSetWithItsKindAndYieldsABool) {
@@ -221,29 +215,29 @@ TEST(ExpressionsEndToEnd, EveryComparisonIsSetWithItsKindAndYieldsABool) {
         SCOPED_TRACE(c.op);
         std::vector<uint32_t> words = CompileWords(std::string("x = 1 ") + c.op + " \"s\";");
         EXPECT_EQ(Hex(words),
-                  Hex({0xC00F0001, 0xC0060000, Index("s"), 0x15260000u | (c.kind << 8), 0x4545FFF5, Ref("x")}));
+                  Hex({0xC00F0001, 0xC0060000, NameId("s"), 0x15260000u | (c.kind << 8), 0x4545FFF5, NameRef("x")}));
     }
 }
 
 TEST(ExpressionsEndToEnd, RelationalRunKeepsTheFirstOperatorsKindForEveryOperand) {
     std::vector<uint32_t> words = CompileWords("x = 1 < 2 >= 3;");
     // The second `set` compares the first result (.b) with 3 (.i), still with kind 7.
-    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0xC00F0002, 0x15220700, 0xC00F0003, 0x15420700, 0x4545FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0xC00F0002, 0x15220700, 0xC00F0003, 0x15420700, 0x4545FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, EqualityRunKeepsTheFirstOperatorsKind) {
     std::vector<uint32_t> words = CompileWords("x = a == b !== c;");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("a"), 0xC005FFF5, Ref("b"), 0x15550C00, 0xC005FFF5, Ref("c"),
-                               0x15450C00, 0x4545FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("a"), 0xC005FFF5, NameRef("b"), 0x15550C00, 0xC005FFF5, NameRef("c"),
+                               0x15450C00, 0x4545FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, InstanceofCallsTheRunnerWithBothOperandsUnconverted) {
     std::vector<uint32_t> words = CompileWords("x = 1 instanceof F;");
     EXPECT_EQ(Hex(words), Hex({
                               0xC00F0001,                            // push.e 1 (no conversion)
-                              0xC005FFF5, Ref("F"),                  // push.v F
-                              0xD9020002, Index("@@instanceof@@"),   // call @@instanceof@@ 2
-                              0x4555FFF5, Ref("x"),
+                              0xC005FFF5, NameRef("F"),                  // push.v F
+                              0xD9020002, NameId("@@instanceof@@"),   // call @@instanceof@@ 2
+                              0x4555FFF5, NameRef("x"),
                           }));
 }
 
@@ -253,10 +247,10 @@ TEST(ExpressionsEndToEnd, InstanceofCallsTheRunnerWithBothOperandsUnconverted) {
 TEST(ExpressionsEndToEnd, CommaDiscardsEveryValueButTheLastWithItsOwnType) {
     std::vector<uint32_t> words = CompileWords("x = (a, 1);");
     EXPECT_EQ(Hex(words), Hex({
-                              0xC005FFF5, Ref("a"),  // a
+                              0xC005FFF5, NameRef("a"),  // a
                               0x9E050000,            // popz.v
                               0xC00F0001,            // 1
-                              0x4525FFF5, Ref("x"),  // stored with the last child's type .i
+                              0x4525FFF5, NameRef("x"),  // stored with the last child's type .i
                           }));
 }
 
@@ -265,8 +259,8 @@ TEST(ExpressionsEndToEnd, AssignmentInsideASequencePushesTheAssignedValueBack) {
     std::vector<uint32_t> words = CompileWords("x = 1, 2;");
     EXPECT_EQ(Hex(words), Hex({
                               0xC00F0001,            // 1
-                              0x4525FFF5, Ref("x"),  // pop.v.i x
-                              0xC005FFF5, Ref("x"),  // push.v x
+                              0x4525FFF5, NameRef("x"),  // pop.v.i x
+                              0xC005FFF5, NameRef("x"),  // push.v x
                               0x9E050000,            // popz.v
                               0xC00F0002,            // 2
                               0x9E020000,            // statement tail: popz.i
@@ -276,7 +270,7 @@ TEST(ExpressionsEndToEnd, AssignmentInsideASequencePushesTheAssignedValueBack) {
 TEST(ExpressionsEndToEnd, ConditionalConvertsBothArmsToVariable) {
     std::vector<uint32_t> words = CompileWords("x = a ? 1 : 2;");
     EXPECT_EQ(Hex(words), Hex({
-                              0xC005FFF5, Ref("a"),  // 0x00 a
+                              0xC005FFF5, NameRef("a"),  // 0x00 a
                               0x07450100,            // 0x08 conv.v.b 0x0100
                               0xB8000004,            // 0x0c bf else (0x1c)
                               0xC00F0001,            // 0x10 1
@@ -284,27 +278,27 @@ TEST(ExpressionsEndToEnd, ConditionalConvertsBothArmsToVariable) {
                               0xB6000003,            // 0x18 b endif (0x24)
                               0xC00F0002,            // 0x1c else: 2
                               0x07520000,            // 0x20 conv.i.v
-                              0x4555FFF5, Ref("x"),  // 0x24 endif: pop.v.v x
+                              0x4555FFF5, NameRef("x"),  // 0x24 endif: pop.v.v x
                           }));
 }
 
 TEST(ExpressionsEndToEnd, ConditionalWithVariableArmsEmitsNoConversions) {
     std::vector<uint32_t> words = CompileWords("x = a ? b : c;");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("a"), 0x07450100, 0xB8000004, 0xC005FFF5, Ref("b"), 0xB6000003,
-                               0xC005FFF5, Ref("c"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("a"), 0x07450100, 0xB8000004, 0xC005FFF5, NameRef("b"), 0xB6000003,
+                               0xC005FFF5, NameRef("c"), 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, LogicalAndOfVariablesBranchesToTheRightOperandWhenTrue) {
     std::vector<uint32_t> words = CompileWords("x = a && b;");
     EXPECT_EQ(Hex(words), Hex({
-                              0xC005FFF5, Ref("a"),  // 0x00 a
+                              0xC005FFF5, NameRef("a"),  // 0x00 a
                               0x86050000,            // 0x08 dup.v
                               0x07450100,            // 0x0c conv.v.b
                               0xB7000002,            // 0x10 bt else (0x18)
                               0xB6000004,            // 0x14 b endif (0x24)
                               0x9E050000,            // 0x18 else: popz.v
-                              0xC005FFF5, Ref("b"),  // 0x1c b
-                              0x4555FFF5, Ref("x"),  // 0x24 endif
+                              0xC005FFF5, NameRef("b"),  // 0x1c b
+                              0x4555FFF5, NameRef("x"),  // 0x24 endif
                           }));
 }
 
@@ -320,20 +314,20 @@ TEST(ExpressionsEndToEnd, LogicalAndOfConstantsConvertsBothOutcomesToVariable) {
                               0x9E020000,  // 0x18 else: popz.i
                               0xC00F0002,  // 0x1c 2
                               0x07520000,  // 0x20 conv.i.v
-                              0x4555FFF5, Ref("x"),
+                              0x4555FFF5, NameRef("x"),
                           }));
 }
 
 TEST(ExpressionsEndToEnd, LogicalOrBranchesToTheRightOperandWhenFalse) {
     std::vector<uint32_t> words = CompileWords("x = 1 || 2;");
     EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0x86020000, 0x07420100, 0xB8000003, 0x07520000, 0xB6000004, 0x9E020000,
-                               0xC00F0002, 0x07520000, 0x4555FFF5, Ref("x")}));
+                               0xC00F0002, 0x07520000, 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, LogicalOrOfVariables) {
     std::vector<uint32_t> words = CompileWords("x = a || b;");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("a"), 0x86050000, 0x07450100, 0xB8000002, 0xB6000004, 0x9E050000,
-                               0xC005FFF5, Ref("b"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("a"), 0x86050000, 0x07450100, 0xB8000002, 0xB6000004, 0x9E050000,
+                               0xC005FFF5, NameRef("b"), 0x4555FFF5, NameRef("x")}));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -356,12 +350,12 @@ TEST(ExpressionsEndToEnd, CallArgumentsAreEvaluatedRightToLeftEachConvertedAndMa
     CompileUnit* unit = Compiled("f(1, a, \"s\");");
     ASSERT_NE(unit, nullptr);
     EXPECT_EQ(Hex(UnitWords(unit)), Hex({
-                                        kGlobalScopeCall, Index("@@GlobalScope@@"),  // 0x00
-                                        0xC005FFF5, Ref("f"),                        // 0x08
-                                        0xC0060000, Index("s"),                      // 0x10 "s"
+                                        kGlobalScopeCall, NameId("@@GlobalScope@@"),  // 0x00
+                                        0xC005FFF5, NameRef("f"),                        // 0x08
+                                        0xC0060000, NameId("s"),                      // 0x10 "s"
                                         0x07560000,                                  // 0x18 conv.s.v
                                         0x8605FF12,                                  // 0x1c
-                                        0xC005FFF5, Ref("a"),                        // 0x20 a
+                                        0xC005FFF5, NameRef("a"),                        // 0x20 a
                                         0x8605FF12,                                  // 0x28
                                         0xC00F0001,                                  // 0x2c 1
                                         0x07520000,                                  // 0x30 conv.i.v
@@ -378,9 +372,9 @@ TEST(ExpressionsEndToEnd, MethodCallDuplicatesTheObjectAsScopeAndReadsTheMember)
     CompileUnit* unit = Compiled("o.m(1);");
     ASSERT_NE(unit, nullptr);
     EXPECT_EQ(Hex(UnitWords(unit)), Hex({
-                                        0xC005FFF5, Ref("o"),  // 0x00 o
+                                        0xC005FFF5, NameRef("o"),  // 0x00 o
                                         0x86050000,            // 0x08 dup.v (the scope)
-                                        0xC005FFF7, Ref("m"),  // 0x0c push.v -9 m
+                                        0xC005FFF7, NameRef("m"),  // 0x0c push.v -9 m
                                         0xC00F0001, 0x07520000, 0x8605FF12,
                                         0x99050001, 0x9E050000,
                                     }));
@@ -390,23 +384,23 @@ TEST(ExpressionsEndToEnd, MethodCallDuplicatesTheObjectAsScopeAndReadsTheMember)
 TEST(ExpressionsEndToEnd, MemberReadUsesSelectorMinus9WithAMemberPatch) {
     CompileUnit* unit = Compiled("x = o.p;");
     ASSERT_NE(unit, nullptr);
-    EXPECT_EQ(Hex(UnitWords(unit)), Hex({0xC005FFF5, Ref("o"), 0xC005FFF7, Ref("p"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(UnitWords(unit)), Hex({0xC005FFF5, NameRef("o"), 0xC005FFF7, NameRef("p"), 0x4555FFF5, NameRef("x")}));
     EXPECT_EQ(VarPatches(unit), "o kind 0 at 0x0\np kind 4 at 0x8\nx kind 0 at 0x10\n");
 }
 
 TEST(ExpressionsEndToEnd, MemberChainReadsEachPropertyAsAMember) {
     std::vector<uint32_t> words = CompileWords("x = a.b.c;");
     EXPECT_EQ(Hex(words),
-              Hex({0xC005FFF5, Ref("a"), 0xC005FFF7, Ref("b"), 0xC005FFF7, Ref("c"), 0x4555FFF5, Ref("x")}));
+              Hex({0xC005FFF5, NameRef("a"), 0xC005FFF7, NameRef("b"), 0xC005FFF7, NameRef("c"), 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, ElementReadPushesIndexThenArrayThenPushv) {
     std::vector<uint32_t> words = CompileWords("x = a[1];");
     EXPECT_EQ(Hex(words), Hex({
                               0xC00F0001, 0x07520000,  // index, conv.i.v
-                              0xC005FFF5, Ref("a"),    // array
+                              0xC005FFF5, NameRef("a"),    // array
                               0x8055FFF6,              // pushv.v -10
-                              0x4555FFF5, Ref("x"),
+                              0x4555FFF5, NameRef("x"),
                           }));
 }
 
@@ -414,7 +408,7 @@ TEST(ExpressionsEndToEnd, CallOfAnElementKeepsTheArrayAsScope) {
     std::vector<uint32_t> words = CompileWords("a[0]();");
     EXPECT_EQ(Hex(words), Hex({
                               0xC00F0000, 0x07520000,  // index 0
-                              0xC005FFF5, Ref("a"),    // a
+                              0xC005FFF5, NameRef("a"),    // a
                               0x86050001,              // dup.v 1
                               0x8055FFF6,              // pushv.v -10
                               0x8605FF21,              // dup.v 0xff21
@@ -426,13 +420,13 @@ TEST(ExpressionsEndToEnd, CallOfAnElementKeepsTheArrayAsScope) {
 
 TEST(ExpressionsEndToEnd, ElementOfACallResultReadsTheCallAsTheArray) {
     std::vector<uint32_t> words = CompileWords("x = f()[0];");
-    EXPECT_EQ(Hex(words), Hex({0xC00F0000, 0x07520000, kGlobalScopeCall, Index("@@GlobalScope@@"), 0xC005FFF5,
-                               Ref("f"), 0x99050000, 0x8055FFF6, 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0000, 0x07520000, kGlobalScopeCall, NameId("@@GlobalScope@@"), 0xC005FFF5,
+                               NameRef("f"), 0x99050000, 0x8055FFF6, 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, CallOfACallResultDuplicatesTheInnerResultAsScope) {
     std::vector<uint32_t> words = CompileWords("f()();");
-    EXPECT_EQ(Hex(words), Hex({kGlobalScopeCall, Index("@@GlobalScope@@"), 0xC005FFF5, Ref("f"), 0x99050000,
+    EXPECT_EQ(Hex(words), Hex({kGlobalScopeCall, NameId("@@GlobalScope@@"), 0xC005FFF5, NameRef("f"), 0x99050000,
                                0x86050000, 0x99050000, 0x9E050000}));
 }
 
@@ -443,10 +437,10 @@ TEST(ExpressionsEndToEnd, VarDeclaredNameIsReadAsALocal) {
     CompileUnit* unit = Compiled("var v; x = v;");
     ASSERT_NE(unit, nullptr);
     EXPECT_EQ(Hex(UnitWords(unit)), Hex({
-                                        0x4595FFF4, Decl("v"),  // hoisted declaration
-                                        0x4595FFF4, Decl("v"),  // the written declaration
-                                        0xC005FFF4, Ref("v"),   // push.v -12 v
-                                        0x4555FFF5, Ref("x"),
+                                        0x4595FFF4, NameDecl("v"),  // hoisted declaration
+                                        0x4595FFF4, NameDecl("v"),  // the written declaration
+                                        0xC005FFF4, NameRef("v"),   // push.v -12 v
+                                        0x4555FFF5, NameRef("x"),
                                     }));
     EXPECT_EQ(VarPatches(unit), "v kind 2 at 0x0\nv kind 2 at 0x8\nv kind 2 at 0x10\nx kind 0 at 0x18\n");
 }
@@ -455,7 +449,7 @@ TEST(ExpressionsEndToEnd, VarInitialiserStoresIntoTheLocalInBothTopLevelModes) {
     for (bool topLevel : {true, false}) {
         SCOPED_TRACE(topLevel);
         std::vector<uint32_t> words = CompileWords("var v = 1;", topLevel);
-        EXPECT_EQ(Hex(words), Hex({0x4595FFF4, Decl("v"), 0x4595FFF4, Decl("v"), 0xC00F0001, 0x4525FFF4, Ref("v")}));
+        EXPECT_EQ(Hex(words), Hex({0x4595FFF4, NameDecl("v"), 0x4595FFF4, NameDecl("v"), 0xC00F0001, 0x4525FFF4, NameRef("v")}));
     }
 }
 
@@ -465,12 +459,12 @@ TEST(ExpressionsEndToEnd, ParameterIsReadWithTheArgumentOperandAndNoPatch) {
     EXPECT_EQ(Hex(UnitWords(unit)), Hex({
                                         0xB6000006,                                    // 0x00 b endfunc
                                         0xC005FFF3, 0xA0000000,                        // 0x04 push.v -13 depth 0 slot 0
-                                        0x4555FFF5, Ref("x"),                          // 0x0c
+                                        0x4555FFF5, NameRef("x"),                          // 0x0c
                                         0x9C0F0000,                                    // 0x14 ret
-                                        0xC0020000, Index("g"),                        // 0x18 endfunc: push.i g
+                                        0xC0020000, NameId("g"),                        // 0x18 endfunc: push.i g
                                         0x07520000,                                    // 0x20 conv.i.v
-                                        kScriptRefCall, Index("@@script_ref@@"),       // 0x24
-                                        0x4555FFF5, Decl("g"),                         // 0x2c top-level function store
+                                        kScriptRefCall, NameId("@@script_ref@@"),       // 0x24
+                                        0x4555FFF5, NameDecl("g"),                         // 0x2c top-level function store
                                     }));
     EXPECT_EQ(VarPatches(unit), "x kind 0 at 0xc\ng kind 3 at 0x2c\n");
     EXPECT_EQ(FuncPatches(unit), "g kind 0 at 0x18\n@@script_ref@@ kind 0 at 0x24\n");
@@ -483,18 +477,18 @@ TEST(ExpressionsEndToEnd, ParameterOfTheEnclosingFunctionCarriesDepthOneAndItsSl
                                         0xB6000011,                               // 0x00 b endfunc g (0x44)
                                         0xB6000006,                               // 0x04 b endfunc h (0x1c)
                                         0xC005FFF3, 0xA0000101,                   // 0x08 push.v -13 depth 1 slot 1
-                                        0x4555FFF5, Ref("x"),                     // 0x10
+                                        0x4555FFF5, NameRef("x"),                     // 0x10
                                         0x9C0F0000,                               // 0x18 ret
-                                        0xC0020000, Index("g@h"),                 // 0x1c
+                                        0xC0020000, NameId("g@h"),                 // 0x1c
                                         0x07520000,                               // 0x24
-                                        kScriptRefCall, Index("@@script_ref@@"),  // 0x28
-                                        0x4595FFF4, Decl("h"),                    // 0x30 local declaration of h
-                                        0x4555FFF4, Decl("h"),                    // 0x38 store into it
+                                        kScriptRefCall, NameId("@@script_ref@@"),  // 0x28
+                                        0x4595FFF4, NameDecl("h"),                    // 0x30 local declaration of h
+                                        0x4555FFF4, NameDecl("h"),                    // 0x38 store into it
                                         0x9C0F0000,                               // 0x40 ret
-                                        0xC0020000, Index("g"),                   // 0x44
+                                        0xC0020000, NameId("g"),                   // 0x44
                                         0x07520000,                               // 0x4c
-                                        kScriptRefCall, Index("@@script_ref@@"),  // 0x50
-                                        0x4555FFF5, Decl("g"),                    // 0x58
+                                        kScriptRefCall, NameId("@@script_ref@@"),  // 0x50
+                                        0x4555FFF5, NameDecl("g"),                    // 0x58
                                     }));
     // Records: the root, then h (finished first), then g. g's parameter used from h sets bit 1 and
     // clears bit 4 in g; h loses bit 4.
@@ -512,16 +506,16 @@ TEST(ExpressionsEndToEnd, ParameterOfTheEnclosingFunctionCarriesDepthOneAndItsSl
 TEST(ExpressionsEndToEnd, ArgumentsInsideAFunctionIsALocalAndMarksTheFunction) {
     CompileUnit* unit = Compiled("function g() { x = arguments; }");
     ASSERT_NE(unit, nullptr);
-    EXPECT_EQ(Hex(UnitWords(unit)), Hex({0xB6000006, 0xC005FFF4, 0xA0000002, 0x4555FFF5, Ref("x"), 0x9C0F0000,
-                                         0xC0020000, Index("g"), 0x07520000, kScriptRefCall, Index("@@script_ref@@"),
-                                         0x4555FFF5, Decl("g")}));
+    EXPECT_EQ(Hex(UnitWords(unit)), Hex({0xB6000006, 0xC005FFF4, 0xA0000002, 0x4555FFF5, NameRef("x"), 0x9C0F0000,
+                                         0xC0020000, NameId("g"), 0x07520000, kScriptRefCall, NameId("@@script_ref@@"),
+                                         0x4555FFF5, NameDecl("g")}));
     ASSERT_EQ(unit->fourthCount, 2);
     EXPECT_EQ(unit->fourth[1]->flags, 1u);
 }
 
 TEST(ExpressionsEndToEnd, ArgumentsAtTopLevelIsAnUnresolvedName) {
     std::vector<uint32_t> words = CompileWords("x = arguments;");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, 0xA0000002, 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, 0xA0000002, 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, NameOfADeclaredFunctionIsReadAsAScriptReferenceWithoutAVariablePatch) {
@@ -529,12 +523,12 @@ TEST(ExpressionsEndToEnd, NameOfADeclaredFunctionIsReadAsAScriptReferenceWithout
     ASSERT_NE(unit, nullptr);
     EXPECT_EQ(Hex(UnitWords(unit)), Hex({
                                         0xB6000002, 0x9C0F0000,                               // 0x00
-                                        0xC0020000, Index("g"), 0x07520000,                   // 0x08
-                                        kScriptRefCall, Index("@@script_ref@@"),              // 0x14
-                                        0x4555FFF5, Decl("g"),                                // 0x1c
-                                        0xC0020000, Index("g"), 0x07520000,                   // 0x24 x = g
-                                        kScriptRefCall, Index("@@script_ref@@"),              // 0x30
-                                        0x4555FFF5, Ref("x"),                                 // 0x38
+                                        0xC0020000, NameId("g"), 0x07520000,                   // 0x08
+                                        kScriptRefCall, NameId("@@script_ref@@"),              // 0x14
+                                        0x4555FFF5, NameDecl("g"),                                // 0x1c
+                                        0xC0020000, NameId("g"), 0x07520000,                   // 0x24 x = g
+                                        kScriptRefCall, NameId("@@script_ref@@"),              // 0x30
+                                        0x4555FFF5, NameRef("x"),                                 // 0x38
                                     }));
     EXPECT_EQ(FuncPatches(unit), "g kind 0 at 0x8\n@@script_ref@@ kind 0 at 0x14\n@@script_ref@@ kind 0 at 0x30\n");
     EXPECT_EQ(VarPatches(unit), "g kind 3 at 0x1c\nx kind 0 at 0x38\n");
@@ -542,41 +536,41 @@ TEST(ExpressionsEndToEnd, NameOfADeclaredFunctionIsReadAsAScriptReferenceWithout
 
 TEST(ExpressionsEndToEnd, CallOfADeclaredFunctionUsesTheGlobalScope) {
     std::vector<uint32_t> words = CompileWords("function g() {} g();");
-    EXPECT_EQ(Hex(words), Hex({0xB6000002, 0x9C0F0000, 0xC0020000, Index("g"), 0x07520000, kScriptRefCall,
-                               Index("@@script_ref@@"), 0x4555FFF5, Decl("g"), kGlobalScopeCall,
-                               Index("@@GlobalScope@@"), 0xC0020000, Index("g"), 0x07520000, kScriptRefCall,
-                               Index("@@script_ref@@"), 0x99050000, 0x9E050000}));
+    EXPECT_EQ(Hex(words), Hex({0xB6000002, 0x9C0F0000, 0xC0020000, NameId("g"), 0x07520000, kScriptRefCall,
+                               NameId("@@script_ref@@"), 0x4555FFF5, NameDecl("g"), kGlobalScopeCall,
+                               NameId("@@GlobalScope@@"), 0xC0020000, NameId("g"), 0x07520000, kScriptRefCall,
+                               NameId("@@script_ref@@"), 0x99050000, 0x9E050000}));
 }
 
 TEST(ExpressionsEndToEnd, ThisAndOtherAreRunnerCallsNeverVariableReads) {
     CompileUnit* unit = Compiled("x = this;");
     ASSERT_NE(unit, nullptr);
-    EXPECT_EQ(Hex(UnitWords(unit)), Hex({kGlobalScopeCall, Index("@@This@@"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(UnitWords(unit)), Hex({kGlobalScopeCall, NameId("@@This@@"), 0x4555FFF5, NameRef("x")}));
     EXPECT_EQ(FuncPatches(unit), "@@This@@ kind 0 at 0x0\n");
 
     std::vector<uint32_t> words = CompileWords("x = other;");
-    EXPECT_EQ(Hex(words), Hex({kGlobalScopeCall, Index("@@Other@@"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({kGlobalScopeCall, NameId("@@Other@@"), 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, CapitalisedThisIsAnOrdinaryName) {
     std::vector<uint32_t> words = CompileWords("x = This;");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("This"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("This"), 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, CallOfAMemberOfThisUsesThisAsScope) {
     std::vector<uint32_t> words = CompileWords("this.m();");
-    EXPECT_EQ(Hex(words), Hex({kGlobalScopeCall, Index("@@This@@"), 0x86050000, 0xC005FFF7, Ref("m"), 0x99050000,
+    EXPECT_EQ(Hex(words), Hex({kGlobalScopeCall, NameId("@@This@@"), 0x86050000, 0xC005FFF7, NameRef("m"), 0x99050000,
                                0x9E050000}));
 }
 
 TEST(ExpressionsEndToEnd, CallOfThisDuplicatesItAsScope) {
     std::vector<uint32_t> words = CompileWords("this();");
-    EXPECT_EQ(Hex(words), Hex({kGlobalScopeCall, Index("@@This@@"), 0x86050000, 0x99050000, 0x9E050000}));
+    EXPECT_EQ(Hex(words), Hex({kGlobalScopeCall, NameId("@@This@@"), 0x86050000, 0x99050000, 0x9E050000}));
 }
 
 TEST(ExpressionsEndToEnd, StoreIntoAMemberOfThis) {
     std::vector<uint32_t> words = CompileWords("this.p = 1;");
-    EXPECT_EQ(Hex(words), Hex({0xC00F0001, kGlobalScopeCall, Index("@@This@@"), 0x4525FFF7, Ref("p")}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0001, kGlobalScopeCall, NameId("@@This@@"), 0x4525FFF7, NameRef("p")}));
 }
 
 TEST(ExpressionsEndToEnd, CallOfABuiltInFunctionPassesThisAsItsScope) {
@@ -584,7 +578,7 @@ TEST(ExpressionsEndToEnd, CallOfABuiltInFunctionPassesThisAsItsScope) {
     VeltJS_AddBuiltInFunction("show");
     CompileUnit* unit = Compiled("show(1);");
     ASSERT_NE(unit, nullptr);
-    EXPECT_EQ(Hex(UnitWords(unit)), Hex({kGlobalScopeCall, Index("@@This@@"), 0xC005FFF5, Ref("show"), 0xC00F0001,
+    EXPECT_EQ(Hex(UnitWords(unit)), Hex({kGlobalScopeCall, NameId("@@This@@"), 0xC005FFF5, NameRef("show"), 0xC00F0001,
                                          0x07520000, 0x8605FF12, 0x99050001, 0x9E050000}));
     EXPECT_EQ(VarPatches(unit), "show kind 0 at 0x8\n");
 }
@@ -593,7 +587,7 @@ TEST(ExpressionsEndToEnd, ReadOfABuiltInFunctionOutsideACallIsAnUnresolvedRead) 
     EnsureLibraryInitialised();
     VeltJS_AddBuiltInFunction("show");
     std::vector<uint32_t> words = CompileWords("x = show;");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("show"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("show"), 0x4555FFF5, NameRef("x")}));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -601,7 +595,7 @@ TEST(ExpressionsEndToEnd, ReadOfABuiltInFunctionOutsideACallIsAnUnresolvedRead) 
 
 TEST(ExpressionsEndToEnd, NestedAssignmentStoresThenLoadsTheInnerTarget) {
     std::vector<uint32_t> words = CompileWords("x = y = 1;");
-    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0x4525FFF5, Ref("y"), 0xC005FFF5, Ref("y"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0x4525FFF5, NameRef("y"), 0xC005FFF5, NameRef("y"), 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, NestedMemberAssignmentEvaluatesTheObjectTwice) {
@@ -609,11 +603,11 @@ TEST(ExpressionsEndToEnd, NestedMemberAssignmentEvaluatesTheObjectTwice) {
     ASSERT_NE(unit, nullptr);
     EXPECT_EQ(Hex(UnitWords(unit)), Hex({
                                         0xC00F0001,            // 0x00 1
-                                        0xC005FFF5, Ref("o"),  // 0x04 o
-                                        0x4525FFF7, Ref("p"),  // 0x0c pop.v.i -9 p
-                                        0xC005FFF5, Ref("o"),  // 0x14 o again
-                                        0xC005FFF7, Ref("p"),  // 0x1c push.v -9 p
-                                        0x4555FFF5, Ref("x"),  // 0x24
+                                        0xC005FFF5, NameRef("o"),  // 0x04 o
+                                        0x4525FFF7, NameRef("p"),  // 0x0c pop.v.i -9 p
+                                        0xC005FFF5, NameRef("o"),  // 0x14 o again
+                                        0xC005FFF7, NameRef("p"),  // 0x1c push.v -9 p
+                                        0x4555FFF5, NameRef("x"),  // 0x24
                                     }));
     EXPECT_EQ(VarPatches(unit),
               "o kind 0 at 0x4\np kind 4 at 0xc\no kind 0 at 0x14\np kind 4 at 0x1c\nx kind 0 at 0x24\n");
@@ -621,13 +615,13 @@ TEST(ExpressionsEndToEnd, NestedMemberAssignmentEvaluatesTheObjectTwice) {
 
 TEST(ExpressionsEndToEnd, ElementStoreIsPopvWithTheValueType) {
     std::vector<uint32_t> words = CompileWords("a[0] = \"s\";");
-    EXPECT_EQ(Hex(words), Hex({0xC0060000, Index("s"), 0xC00F0000, 0x07520000, 0xC005FFF5, Ref("a"), 0x0565FFF6}));
+    EXPECT_EQ(Hex(words), Hex({0xC0060000, NameId("s"), 0xC00F0000, 0x07520000, 0xC005FFF5, NameRef("a"), 0x0565FFF6}));
 }
 
 TEST(ExpressionsEndToEnd, NestedElementAssignmentReadsTheElementBack) {
     std::vector<uint32_t> words = CompileWords("x = a[0] = 1;");
-    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0xC00F0000, 0x07520000, 0xC005FFF5, Ref("a"), 0x0525FFF6, 0xC00F0000,
-                               0x07520000, 0xC005FFF5, Ref("a"), 0x8055FFF6, 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0xC00F0000, 0x07520000, 0xC005FFF5, NameRef("a"), 0x0525FFF6, 0xC00F0000,
+                               0x07520000, 0xC005FFF5, NameRef("a"), 0x8055FFF6, 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, AssignmentToThisIsAMalformedLeftHandSide) {
@@ -649,44 +643,44 @@ TEST(ExpressionsEndToEnd, AssignmentToAnElementOfACallIsAnUnknownLexicalType) {
 TEST(ExpressionsEndToEnd, PrefixIncrementLeavesTheNewValue) {
     std::vector<uint32_t> words = CompileWords("++a;");
     EXPECT_EQ(Hex(words), Hex({
-                              0xC005FFF5, Ref("a"),  // a
+                              0xC005FFF5, NameRef("a"),  // a
                               0xC00F0001,            // push.e 1
                               0x0C520200,            // add 0x0200
                               0x86050000,            // dup.v
-                              0x4555FFF5, Ref("a"),  // store a
+                              0x4555FFF5, NameRef("a"),  // store a
                               0x9E050000,            // statement tail
                           }));
 }
 
 TEST(ExpressionsEndToEnd, PrefixDecrementSubtractsWithField0100) {
     std::vector<uint32_t> words = CompileWords("--a;");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("a"), 0xC00F0001, 0x0D520100, 0x86050000, 0x4555FFF5, Ref("a"),
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("a"), 0xC00F0001, 0x0D520100, 0x86050000, 0x4555FFF5, NameRef("a"),
                                0x9E050000}));
 }
 
 TEST(ExpressionsEndToEnd, PostfixIncrementLeavesTheOldValueConverted) {
     std::vector<uint32_t> words = CompileWords("x = a++;");
     EXPECT_EQ(Hex(words), Hex({
-                              0xC005FFF5, Ref("a"),  // a
+                              0xC005FFF5, NameRef("a"),  // a
                               0x07550200,            // conv.v.v 0x0200
                               0x86050000,            // dup.v
                               0xC00F0001,            // push.e 1
                               0x0C520200,            // add
-                              0x4555FFF5, Ref("a"),  // store a
-                              0x4555FFF5, Ref("x"),  // store x
+                              0x4555FFF5, NameRef("a"),  // store a
+                              0x4555FFF5, NameRef("x"),  // store x
                           }));
 }
 
 TEST(ExpressionsEndToEnd, PostfixDecrementOfALocal) {
     std::vector<uint32_t> words = CompileWords("var v; v--;");
-    EXPECT_EQ(Hex(words), Hex({0x4595FFF4, Decl("v"), 0x4595FFF4, Decl("v"), 0xC005FFF4, Ref("v"), 0x07550200,
-                               0x86050000, 0xC00F0001, 0x0D520100, 0x4555FFF4, Ref("v"), 0x9E050000}));
+    EXPECT_EQ(Hex(words), Hex({0x4595FFF4, NameDecl("v"), 0x4595FFF4, NameDecl("v"), 0xC005FFF4, NameRef("v"), 0x07550200,
+                               0x86050000, 0xC00F0001, 0x0D520100, 0x4555FFF4, NameRef("v"), 0x9E050000}));
 }
 
 TEST(ExpressionsEndToEnd, PrefixIncrementOfAMemberReadsAndStoresThroughTheObject) {
     std::vector<uint32_t> words = CompileWords("++o.p;");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("o"), 0xC005FFF7, Ref("p"), 0xC00F0001, 0x0C520200, 0x86050000,
-                               0xC005FFF5, Ref("o"), 0x4555FFF7, Ref("p"), 0x9E050000}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("o"), 0xC005FFF7, NameRef("p"), 0xC00F0001, 0x0C520200, 0x86050000,
+                               0xC005FFF5, NameRef("o"), 0x4555FFF7, NameRef("p"), 0x9E050000}));
 }
 
 TEST(ExpressionsEndToEnd, EveryCompoundAssignmentLoadsOperatesDuplicatesAndStores) {
@@ -705,11 +699,11 @@ TEST(ExpressionsEndToEnd, EveryCompoundAssignmentLoadsOperatesDuplicatesAndStore
         CompileUnit* unit = Compiled(std::string("x ") + c.op + " 2;");
         ASSERT_NE(unit, nullptr);
         EXPECT_EQ(Hex(UnitWords(unit)), Hex({
-                                            0xC005FFF5, Ref("x"),                      // 0x00 load x
+                                            0xC005FFF5, NameRef("x"),                      // 0x00 load x
                                             0xC00F0002,                                // 0x08 2
                                             (c.opcode << 24) | 0x00520000u | c.field,  // 0x0c T1 .i, T2 .v
                                             0x86050000,                                // 0x10 dup.v
-                                            0x4555FFF5, Ref("x"),                      // 0x14 store x
+                                            0x4555FFF5, NameRef("x"),                      // 0x14 store x
                                             0x9E050000,                                // 0x1c
                                         }));
         EXPECT_EQ(VarPatches(unit), "x kind 0 at 0x0\nx kind 0 at 0x14\n");
@@ -718,14 +712,14 @@ TEST(ExpressionsEndToEnd, EveryCompoundAssignmentLoadsOperatesDuplicatesAndStore
 
 TEST(ExpressionsEndToEnd, CompoundAssignmentOfADoubleIntoAMember) {
     std::vector<uint32_t> words = CompileWords("o.p -= 1.5;");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("o"), 0xC005FFF7, Ref("p"), 0xC0000000, 0x00000000, 0x3FF80000,
-                               0x0D500100, 0x86050000, 0xC005FFF5, Ref("o"), 0x4555FFF7, Ref("p"), 0x9E050000}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("o"), 0xC005FFF7, NameRef("p"), 0xC0000000, 0x00000000, 0x3FF80000,
+                               0x0D500100, 0x86050000, 0xC005FFF5, NameRef("o"), 0x4555FFF7, NameRef("p"), 0x9E050000}));
 }
 
 TEST(ExpressionsEndToEnd, CompoundAssignmentAsAValueIsStoredAsVariable) {
     std::vector<uint32_t> words = CompileWords("y = x += 1;");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("x"), 0xC00F0001, 0x0C520100, 0x86050000, 0x4555FFF5, Ref("x"),
-                               0x4555FFF5, Ref("y")}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("x"), 0xC00F0001, 0x0C520100, 0x86050000, 0x4555FFF5, NameRef("x"),
+                               0x4555FFF5, NameRef("y")}));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -808,20 +802,20 @@ TEST(ExpressionsEndToEnd, StringLiteralIsPushSWithAPatchAtTheOperand) {
 
 TEST(ExpressionsEndToEnd, StringEscapesAreResolvedInTheInternedText) {
     std::vector<uint32_t> words = CompileWords("x = 'a\\tb';");
-    EXPECT_EQ(Hex(words), Hex({0xC0060000, Index("a\tb"), 0x4565FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC0060000, NameId("a\tb"), 0x4565FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, RegularExpressionLiteralIsANewRegExpWithPatternAndFlags) {
     CompileUnit* unit = Compiled("x = /ab+c/gi;");
     ASSERT_NE(unit, nullptr);
     EXPECT_EQ(Hex(UnitWords(unit)), Hex({
-                                        0xC0060000, Index("gi"),         // 0x00 flags
+                                        0xC0060000, NameId("gi"),         // 0x00 flags
                                         0x07560000,                      // 0x08 conv.s.v
-                                        0xC0060000, Index("ab+c"),       // 0x0c pattern
+                                        0xC0060000, NameId("ab+c"),       // 0x0c pattern
                                         0x07560000,                      // 0x14
-                                        0xC005FFF5, Ref("RegExp"),       // 0x18 constructor
-                                        0xD9020003, Index("@@new@@"),    // 0x20 call @@new@@ 3
-                                        0x4555FFF5, Ref("x"),            // 0x28
+                                        0xC005FFF5, NameRef("RegExp"),       // 0x18 constructor
+                                        0xD9020003, NameId("@@new@@"),    // 0x20 call @@new@@ 3
+                                        0x4555FFF5, NameRef("x"),            // 0x28
                                     }));
     EXPECT_EQ(StringPatches(unit), "gi kind 0 at 0x4\nab+c kind 0 at 0x10\n");
     EXPECT_EQ(FuncPatches(unit), "@@new@@ kind 0 at 0x20\n");
@@ -836,7 +830,7 @@ TEST(ExpressionsEndToEnd, TrueAndFalseAreShortPushesOfTypeBool) {
 
 TEST(ExpressionsEndToEnd, NullIsACallOfTheRunnersNull) {
     std::vector<uint32_t> words = CompileWords("x = null;");
-    EXPECT_EQ(Hex(words), Hex({kGlobalScopeCall, Index("@@Null@@"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({kGlobalScopeCall, NameId("@@Null@@"), 0x4555FFF5, NameRef("x")}));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -846,31 +840,31 @@ TEST(ExpressionsEndToEnd, NewWithoutArgumentsPassesOnlyTheConstructor) {
     for (const char* source : {"x = new F;", "x = new F();"}) {
         SCOPED_TRACE(source);
         std::vector<uint32_t> words = CompileWords(source);
-        EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("F"), 0xD9020001, Index("@@new@@"), 0x4555FFF5, Ref("x")}));
+        EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("F"), 0xD9020001, NameId("@@new@@"), 0x4555FFF5, NameRef("x")}));
     }
 }
 
 TEST(ExpressionsEndToEnd, NewArgumentsAreEvaluatedRightToLeftBeforeTheConstructor) {
     std::vector<uint32_t> words = CompileWords("x = new F(1, a);");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("a"), 0xC00F0001, 0x07520000, 0xC005FFF5, Ref("F"), 0xD9020003,
-                               Index("@@new@@"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("a"), 0xC00F0001, 0x07520000, 0xC005FFF5, NameRef("F"), 0xD9020003,
+                               NameId("@@new@@"), 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, NewStatementLeavesItsValueOnTheStack) {
     std::vector<uint32_t> words = CompileWords("new F(1);");
-    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0x07520000, 0xC005FFF5, Ref("F"), 0xD9020002, Index("@@new@@")}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0x07520000, 0xC005FFF5, NameRef("F"), 0xD9020002, NameId("@@new@@")}));
 }
 
 TEST(ExpressionsEndToEnd, NewOfAMemberConstructor) {
     std::vector<uint32_t> words = CompileWords("x = new a.B();");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("a"), 0xC005FFF7, Ref("B"), 0xD9020001, Index("@@new@@"), 0x4555FFF5,
-                               Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("a"), 0xC005FFF7, NameRef("B"), 0xD9020001, NameId("@@new@@"), 0x4555FFF5,
+                               NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, CallOfANewResultDuplicatesTheNewObjectAsScope) {
     std::vector<uint32_t> words = CompileWords("new F()();");
     EXPECT_EQ(Hex(words),
-              Hex({0xC005FFF5, Ref("F"), 0xD9020001, Index("@@new@@"), 0x86050000, 0x99050000, 0x9E050000}));
+              Hex({0xC005FFF5, NameRef("F"), 0xD9020001, NameId("@@new@@"), 0x86050000, 0x99050000, 0x9E050000}));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -893,49 +887,49 @@ TEST(ExpressionsEndToEnd, TypeofOfAStaticallyTypedOperandIsAnsweredAtCompileTime
     for (const Case& c : cases) {
         SCOPED_TRACE(c.operand);
         std::vector<uint32_t> words = CompileWords(std::string("x = typeof ") + c.operand + ";");
-        EXPECT_EQ(Hex(words), Hex(Join({c.words, {c.popz, 0xC0060000, Index(c.answer), 0x4565FFF5, Ref("x")}})));
+        EXPECT_EQ(Hex(words), Hex(Join({c.words, {c.popz, 0xC0060000, NameId(c.answer), 0x4565FFF5, NameRef("x")}})));
     }
 }
 
 TEST(ExpressionsEndToEnd, TypeofOfAStringDiscardsItAndPushesString) {
     std::vector<uint32_t> words = CompileWords("x = typeof 's';");
-    EXPECT_EQ(Hex(words), Hex({0xC0060000, Index("s"), 0x9E060000, 0xC0060000, Index("string"), 0x4565FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC0060000, NameId("s"), 0x9E060000, 0xC0060000, NameId("string"), 0x4565FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, TypeofOfAVariableCallsTheRunner) {
     std::vector<uint32_t> words = CompileWords("x = typeof a;");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("a"), 0xD9020001, Index("@@typeof@@"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("a"), 0xD9020001, NameId("@@typeof@@"), 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, VoidDiscardsTheOperandAndReadsUndefined) {
     CompileUnit* unit = Compiled("x = void 0;");
     ASSERT_NE(unit, nullptr);
-    EXPECT_EQ(Hex(UnitWords(unit)), Hex({0xC00F0000, 0x9E020000, 0xC005FFF5, Ref("undefined"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(UnitWords(unit)), Hex({0xC00F0000, 0x9E020000, 0xC005FFF5, NameRef("undefined"), 0x4555FFF5, NameRef("x")}));
     EXPECT_EQ(VarPatches(unit), "undefined kind 0 at 0x8\nx kind 0 at 0x10\n");
 }
 
 TEST(ExpressionsEndToEnd, DeleteOfANameIsAStoreWithTypeNibble8) {
     CompileUnit* unit = Compiled("delete a;");
     ASSERT_NE(unit, nullptr);
-    EXPECT_EQ(Hex(UnitWords(unit)), Hex({0x4585FFF5, Ref("a"), 0x9E050000}));
+    EXPECT_EQ(Hex(UnitWords(unit)), Hex({0x4585FFF5, NameRef("a"), 0x9E050000}));
     EXPECT_EQ(VarPatches(unit), "a kind 0 at 0x0\n");
 }
 
 TEST(ExpressionsEndToEnd, DeleteOfALocalUsesTheLocalSelector) {
     std::vector<uint32_t> words = CompileWords("var v; delete v;");
-    EXPECT_EQ(Hex(words), Hex({0x4595FFF4, Decl("v"), 0x4595FFF4, Decl("v"), 0x4585FFF4, Ref("v"), 0x9E050000}));
+    EXPECT_EQ(Hex(words), Hex({0x4595FFF4, NameDecl("v"), 0x4595FFF4, NameDecl("v"), 0x4585FFF4, NameRef("v"), 0x9E050000}));
 }
 
 TEST(ExpressionsEndToEnd, DeleteOfAMemberStoresThroughTheObject) {
     CompileUnit* unit = Compiled("delete o.p;");
     ASSERT_NE(unit, nullptr);
-    EXPECT_EQ(Hex(UnitWords(unit)), Hex({0xC005FFF5, Ref("o"), 0x4585FFF7, Ref("p"), 0x9E050000}));
+    EXPECT_EQ(Hex(UnitWords(unit)), Hex({0xC005FFF5, NameRef("o"), 0x4585FFF7, NameRef("p"), 0x9E050000}));
     EXPECT_EQ(VarPatches(unit), "o kind 0 at 0x0\np kind 4 at 0x8\n");
 }
 
 TEST(ExpressionsEndToEnd, DeleteOfAnElementIsPopvWithTypeNibble8) {
     std::vector<uint32_t> words = CompileWords("delete a[0];");
-    EXPECT_EQ(Hex(words), Hex({0xC00F0000, 0x07520000, 0xC005FFF5, Ref("a"), 0x0585FFF6, 0x9E050000}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0000, 0x07520000, 0xC005FFF5, NameRef("a"), 0x0585FFF6, 0x9E050000}));
 }
 
 TEST(ExpressionsEndToEnd, DeleteOfAConstantDiscardsItAndYieldsTrue) {
@@ -951,13 +945,13 @@ TEST(ExpressionsEndToEnd, DeleteOfAConstantDiscardsItAndYieldsTrue) {
 
 TEST(ExpressionsEndToEnd, DeleteOfThisIsNotAReferenceAndYieldsTrue) {
     std::vector<uint32_t> words = CompileWords("x = delete this;");
-    EXPECT_EQ(Hex(words), Hex({kGlobalScopeCall, Index("@@This@@"), 0x9E050000, 0xC0040000, 0x00000001, 0x07540000,
-                               0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({kGlobalScopeCall, NameId("@@This@@"), 0x9E050000, 0xC0040000, 0x00000001, 0x07540000,
+                               0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, DeleteAsAValueIsStoredAsVariable) {
     std::vector<uint32_t> words = CompileWords("x = delete a;");
-    EXPECT_EQ(Hex(words), Hex({0x4585FFF5, Ref("a"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0x4585FFF5, NameRef("a"), 0x4555FFF5, NameRef("x")}));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -967,20 +961,20 @@ TEST(ExpressionsEndToEnd, ArrayLiteralPushesElementsLastFirstWithElisionsAsSelec
     CompileUnit* unit = Compiled("x = [1, , \"s\"];");
     ASSERT_NE(unit, nullptr);
     EXPECT_EQ(Hex(UnitWords(unit)), Hex({
-                                        0xC0060000, Index("s"), 0x07560000,  // "s"
+                                        0xC0060000, NameId("s"), 0x07560000,  // "s"
                                         0xC005FFF2, 0xA0000000,              // the hole
                                         0xC00F0001, 0x07520000,              // 1
-                                        0xD9020003, Index("@@NewArray@@"),   // call @@NewArray@@ 3
-                                        0x4555FFF5, Ref("x"),
+                                        0xD9020003, NameId("@@NewArray@@"),   // call @@NewArray@@ 3
+                                        0x4555FFF5, NameRef("x"),
                                     }));
     EXPECT_EQ(VarPatches(unit), "x kind 0 at 0x24\n");
 }
 
 TEST(ExpressionsEndToEnd, EmptyArrayAndLoneHole) {
     std::vector<uint32_t> empty = CompileWords("x = [];");
-    EXPECT_EQ(Hex(empty), Hex({0xD9020000, Index("@@NewArray@@"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(empty), Hex({0xD9020000, NameId("@@NewArray@@"), 0x4555FFF5, NameRef("x")}));
     std::vector<uint32_t> hole = CompileWords("x = [,];");
-    EXPECT_EQ(Hex(hole), Hex({0xC005FFF2, 0xA0000000, 0xD9020001, Index("@@NewArray@@"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(hole), Hex({0xC005FFF2, 0xA0000000, 0xD9020001, NameId("@@NewArray@@"), 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, ObjectLiteralPushesValueThenNameForEachProperty) {
@@ -988,32 +982,32 @@ TEST(ExpressionsEndToEnd, ObjectLiteralPushesValueThenNameForEachProperty) {
     ASSERT_NE(unit, nullptr);
     EXPECT_EQ(Hex(UnitWords(unit)), Hex({
                                         0xC00F0001, 0x07520000,              // 0x00 1
-                                        0xC0060000, Index("a"), 0x07560000,  // 0x08 "a"
-                                        0xC0060000, Index("s"), 0x07560000,  // 0x14 "s"
-                                        0xC0060000, Index("b"), 0x07560000,  // 0x20 "b"
-                                        0xD9020004, Index("@@NewObject@@"),  // 0x2c
-                                        0x4555FFF5, Ref("x"),
+                                        0xC0060000, NameId("a"), 0x07560000,  // 0x08 "a"
+                                        0xC0060000, NameId("s"), 0x07560000,  // 0x14 "s"
+                                        0xC0060000, NameId("b"), 0x07560000,  // 0x20 "b"
+                                        0xD9020004, NameId("@@NewObject@@"),  // 0x2c
+                                        0x4555FFF5, NameRef("x"),
                                     }));
     EXPECT_EQ(StringPatches(unit), "a kind 0 at 0xc\ns kind 0 at 0x18\nb kind 0 at 0x24\n");
 }
 
 TEST(ExpressionsEndToEnd, EmptyObjectLiteral) {
     std::vector<uint32_t> words = CompileWords("x = {};");
-    EXPECT_EQ(Hex(words), Hex({0xD9020000, Index("@@NewObject@@"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xD9020000, NameId("@@NewObject@@"), 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, ObjectKeysOfNumberStringAndKeywordTokensAreTheirTexts) {
     std::vector<uint32_t> words = CompileWords("x = {1: a, \"b\": c, if: d};");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("a"), 0xC0060000, Index("1"), 0x07560000, 0xC005FFF5, Ref("c"),
-                               0xC0060000, Index("b"), 0x07560000, 0xC005FFF5, Ref("d"), 0xC0060000, Index("if"),
-                               0x07560000, 0xD9020006, Index("@@NewObject@@"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("a"), 0xC0060000, NameId("1"), 0x07560000, 0xC005FFF5, NameRef("c"),
+                               0xC0060000, NameId("b"), 0x07560000, 0xC005FFF5, NameRef("d"), 0xC0060000, NameId("if"),
+                               0x07560000, 0xD9020006, NameId("@@NewObject@@"), 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, DuplicatePlainPropertiesAreBothPassed) {
     std::vector<uint32_t> words = CompileWords("x = {a: 1, a: 2};");
-    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0x07520000, 0xC0060000, Index("a"), 0x07560000, 0xC00F0002, 0x07520000,
-                               0xC0060000, Index("a"), 0x07560000, 0xD9020004, Index("@@NewObject@@"), 0x4555FFF5,
-                               Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0x07520000, 0xC0060000, NameId("a"), 0x07560000, 0xC00F0002, 0x07520000,
+                               0xC0060000, NameId("a"), 0x07560000, 0xD9020004, NameId("@@NewObject@@"), 0x4555FFF5,
+                               NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, GetterOnlyPropertyPassesTheGetterAndUndefinedToNewProperty) {
@@ -1022,13 +1016,13 @@ TEST(ExpressionsEndToEnd, GetterOnlyPropertyPassesTheGetterAndUndefinedToNewProp
     EXPECT_EQ(Hex(UnitWords(unit)), Hex({
                                         0xB6000002,                                 // 0x00 b endfunc
                                         0x9C0F0000,                                 // 0x04 ret
-                                        0xC0020000, Index("__getfn0"), 0x07520000,  // 0x08
-                                        kScriptRefCall, Index("@@script_ref@@"),    // 0x14
-                                        0xC005FFF5, Ref("undefined"),               // 0x1c no setter
-                                        0xD9020002, Index("@@NewProperty@@"),       // 0x24
-                                        0xC0060000, Index("p"), 0x07560000,         // 0x2c
-                                        0xD9020002, Index("@@NewObject@@"),         // 0x38
-                                        0x4555FFF5, Ref("x"),                       // 0x40
+                                        0xC0020000, NameId("__getfn0"), 0x07520000,  // 0x08
+                                        kScriptRefCall, NameId("@@script_ref@@"),    // 0x14
+                                        0xC005FFF5, NameRef("undefined"),               // 0x1c no setter
+                                        0xD9020002, NameId("@@NewProperty@@"),       // 0x24
+                                        0xC0060000, NameId("p"), 0x07560000,         // 0x2c
+                                        0xD9020002, NameId("@@NewObject@@"),         // 0x38
+                                        0x4555FFF5, NameRef("x"),                       // 0x40
                                     }));
     EXPECT_EQ(FuncPatches(unit),
               "__getfn0 kind 0 at 0x8\n@@script_ref@@ kind 0 at 0x14\n@@NewProperty@@ kind 0 at 0x24\n"
@@ -1045,15 +1039,15 @@ TEST(ExpressionsEndToEnd, SetterOnlyPropertyPassesUndefinedAndTheSetter) {
     CompileUnit* unit = Compiled("x = {set p(v) {}};");
     ASSERT_NE(unit, nullptr);
     EXPECT_EQ(Hex(UnitWords(unit)), Hex({
-                                        0xC005FFF5, Ref("undefined"),               // 0x00 no getter
+                                        0xC005FFF5, NameRef("undefined"),               // 0x00 no getter
                                         0xB6000002,                                 // 0x08 b endfunc
                                         0x9C0F0000,                                 // 0x0c ret
-                                        0xC0020000, Index("__setfn0"), 0x07520000,  // 0x10
-                                        kScriptRefCall, Index("@@script_ref@@"),    // 0x1c
-                                        0xD9020002, Index("@@NewProperty@@"),       // 0x24
-                                        0xC0060000, Index("p"), 0x07560000,         // 0x2c
-                                        0xD9020002, Index("@@NewObject@@"),         // 0x38
-                                        0x4555FFF5, Ref("x"),
+                                        0xC0020000, NameId("__setfn0"), 0x07520000,  // 0x10
+                                        kScriptRefCall, NameId("@@script_ref@@"),    // 0x1c
+                                        0xD9020002, NameId("@@NewProperty@@"),       // 0x24
+                                        0xC0060000, NameId("p"), 0x07560000,         // 0x2c
+                                        0xD9020002, NameId("@@NewObject@@"),         // 0x38
+                                        0x4555FFF5, NameRef("x"),
                                     }));
     ASSERT_EQ(unit->fourthCount, 2);
     EXPECT_EQ(NameOf(unit, unit->fourth[1]->nameIndex), "__setfn0");
@@ -1066,15 +1060,15 @@ TEST(ExpressionsEndToEnd, GetterAndSetterOfOneNameShareOneNewProperty) {
     std::vector<uint32_t> words = CompileWords("x = {get p() {}, set p(v) {}};");
     EXPECT_EQ(Hex(words), Hex({
                               0xB6000002, 0x9C0F0000,                               // 0x00 getter
-                              0xC0020000, Index("__getfn0"), 0x07520000,            // 0x08
-                              kScriptRefCall, Index("@@script_ref@@"),              // 0x14
+                              0xC0020000, NameId("__getfn0"), 0x07520000,            // 0x08
+                              kScriptRefCall, NameId("@@script_ref@@"),              // 0x14
                               0xB6000002, 0x9C0F0000,                               // 0x1c setter
-                              0xC0020000, Index("__setfn1"), 0x07520000,            // 0x24
-                              kScriptRefCall, Index("@@script_ref@@"),              // 0x30
-                              0xD9020002, Index("@@NewProperty@@"),                 // 0x38
-                              0xC0060000, Index("p"), 0x07560000,                   // 0x40
-                              0xD9020002, Index("@@NewObject@@"),                   // 0x4c
-                              0x4555FFF5, Ref("x"),
+                              0xC0020000, NameId("__setfn1"), 0x07520000,            // 0x24
+                              kScriptRefCall, NameId("@@script_ref@@"),              // 0x30
+                              0xD9020002, NameId("@@NewProperty@@"),                 // 0x38
+                              0xC0060000, NameId("p"), 0x07560000,                   // 0x40
+                              0xD9020002, NameId("@@NewObject@@"),                   // 0x4c
+                              0x4555FFF5, NameRef("x"),
                           }));
 }
 
@@ -1082,17 +1076,17 @@ TEST(ExpressionsEndToEnd, PlainPropertiesComeBeforeAccessorProperties) {
     std::vector<uint32_t> words = CompileWords("x = {get p() { return 1; }, a: 1};");
     EXPECT_EQ(Hex(words), Hex({
                               0xC00F0001, 0x07520000,                      // 0x00 a's value
-                              0xC0060000, Index("a"), 0x07560000,          // 0x08 "a"
+                              0xC0060000, NameId("a"), 0x07560000,          // 0x08 "a"
                               0xB6000005,                                  // 0x14 b endfunc (0x28)
                               0xC00F0001, 0x07520000, 0x9C050000,          // 0x18 return 1
                               0x9C0F0000,                                  // 0x24 ret
-                              0xC0020000, Index("__getfn0"), 0x07520000,   // 0x28
-                              kScriptRefCall, Index("@@script_ref@@"),     // 0x34
-                              0xC005FFF5, Ref("undefined"),                // 0x3c
-                              0xD9020002, Index("@@NewProperty@@"),        // 0x44
-                              0xC0060000, Index("p"), 0x07560000,          // 0x4c
-                              0xD9020004, Index("@@NewObject@@"),          // 0x58
-                              0x4555FFF5, Ref("x"),
+                              0xC0020000, NameId("__getfn0"), 0x07520000,   // 0x28
+                              kScriptRefCall, NameId("@@script_ref@@"),     // 0x34
+                              0xC005FFF5, NameRef("undefined"),                // 0x3c
+                              0xD9020002, NameId("@@NewProperty@@"),        // 0x44
+                              0xC0060000, NameId("p"), 0x07560000,          // 0x4c
+                              0xD9020004, NameId("@@NewObject@@"),          // 0x58
+                              0x4555FFF5, NameRef("x"),
                           }));
 }
 
@@ -1114,9 +1108,9 @@ TEST(ExpressionsEndToEnd, AnonymousFunctionIsNamedAfterScriptLineAndCounter) {
     ASSERT_NE(unit, nullptr);
     EXPECT_EQ(Hex(UnitWords(unit)), Hex({
                                         0xB6000002, 0x9C0F0000,                                   // 0x00
-                                        0xC0020000, Index("__main_1__anonfn0"), 0x07520000,       // 0x08
-                                        kScriptRefCall, Index("@@script_ref@@"),                  // 0x14
-                                        0x4555FFF5, Ref("x"),                                     // 0x1c
+                                        0xC0020000, NameId("__main_1__anonfn0"), 0x07520000,       // 0x08
+                                        kScriptRefCall, NameId("@@script_ref@@"),                  // 0x14
+                                        0x4555FFF5, NameRef("x"),                                     // 0x1c
                                     }));
     ASSERT_EQ(unit->fourthCount, 2);
     EXPECT_EQ(NameOf(unit, unit->fourth[1]->nameIndex), "__main_1__anonfn0");
@@ -1139,16 +1133,16 @@ TEST(ExpressionsEndToEnd, NamedFunctionExpressionKeepsItsName) {
                               0xB6000005,                                // 0x00 b endfunc (0x14)
                               0xC005FFF3, 0xA0000000, 0x9C050000,        // 0x04 return a
                               0x9C0F0000,                                // 0x10 ret
-                              0xC0020000, Index("n"), 0x07520000,        // 0x14
-                              kScriptRefCall, Index("@@script_ref@@"),   // 0x20
-                              0x4555FFF5, Ref("x"),
+                              0xC0020000, NameId("n"), 0x07520000,        // 0x14
+                              kScriptRefCall, NameId("@@script_ref@@"),   // 0x20
+                              0x4555FFF5, NameRef("x"),
                           }));
 }
 
 TEST(ExpressionsEndToEnd, CalledFunctionExpressionIsItsOwnScope) {
     std::vector<uint32_t> words = CompileWords("(function () {})();");
-    EXPECT_EQ(Hex(words), Hex({0xB6000002, 0x9C0F0000, 0xC0020000, Index("__main_1__anonfn0"), 0x07520000,
-                               kScriptRefCall, Index("@@script_ref@@"), 0x86050000, 0x99050000, 0x9E050000}));
+    EXPECT_EQ(Hex(words), Hex({0xB6000002, 0x9C0F0000, 0xC0020000, NameId("__main_1__anonfn0"), 0x07520000,
+                               kScriptRefCall, NameId("@@script_ref@@"), 0x86050000, 0x99050000, 0x9E050000}));
 }
 
 TEST(ExpressionsEndToEnd, ArrowFunctionIsAnUnhandledNodeType) {
@@ -1182,7 +1176,7 @@ TEST(ExpressionsEndToEnd, CalleesWithoutAGlobalScopePrefixFailTheScopeCheck) {
 
 TEST(ExpressionsEndToEnd, MultiplicationCalleeGetsTheGlobalScopeFirst) {
     std::vector<uint32_t> words = CompileWords("(a * b)();");
-    EXPECT_EQ(Hex(words), Hex({kGlobalScopeCall, Index("@@GlobalScope@@"), 0xC005FFF5, Ref("a"), 0xC005FFF5, Ref("b"),
+    EXPECT_EQ(Hex(words), Hex({kGlobalScopeCall, NameId("@@GlobalScope@@"), 0xC005FFF5, NameRef("a"), 0xC005FFF5, NameRef("b"),
                                0x08550100, 0x99050000, 0x9E050000}));
 }
 
@@ -1195,27 +1189,27 @@ TEST(ExpressionsEndToEnd, PrefixedCalleesGetTheGlobalScopeFirst) {
     };
     const std::vector<Case> cases = {
         {"1();", [] { return std::vector<uint32_t>{0xC00F0001, 0x07520000}; }},
-        {"(!a)();", [] { return std::vector<uint32_t>{0xC005FFF5, Ref("a"), 0x12050100, 0x07540000}; }},
-        {"(~a)();", [] { return std::vector<uint32_t>{0xC005FFF5, Ref("a"), 0x12050200}; }},
+        {"(!a)();", [] { return std::vector<uint32_t>{0xC005FFF5, NameRef("a"), 0x12050100, 0x07540000}; }},
+        {"(~a)();", [] { return std::vector<uint32_t>{0xC005FFF5, NameRef("a"), 0x12050200}; }},
         {"(typeof a)();",
-         [] { return std::vector<uint32_t>{0xC005FFF5, Ref("a"), 0xD9020001, Index("@@typeof@@")}; }},
-        {"(void 0)();", [] { return std::vector<uint32_t>{0xC00F0000, 0x9E020000, 0xC005FFF5, Ref("undefined")}; }},
+         [] { return std::vector<uint32_t>{0xC005FFF5, NameRef("a"), 0xD9020001, NameId("@@typeof@@")}; }},
+        {"(void 0)();", [] { return std::vector<uint32_t>{0xC00F0000, 0x9E020000, 0xC005FFF5, NameRef("undefined")}; }},
         {"(a instanceof b)();",
          [] {
-             return std::vector<uint32_t>{0xC005FFF5, Ref("a"),  0xC005FFF5,
-                                          Ref("b"),   0xD9020002, Index("@@instanceof@@")};
+             return std::vector<uint32_t>{0xC005FFF5, NameRef("a"),  0xC005FFF5,
+                                          NameRef("b"),   0xD9020002, NameId("@@instanceof@@")};
          }},
         {"(a < b)();",
-         [] { return std::vector<uint32_t>{0xC005FFF5, Ref("a"), 0xC005FFF5, Ref("b"), 0x15550700, 0x07540000}; }},
-        {"(x = 1)();", [] { return std::vector<uint32_t>{0xC00F0001, 0x4525FFF5, Ref("x"), 0xC005FFF5, Ref("x")}; }},
+         [] { return std::vector<uint32_t>{0xC005FFF5, NameRef("a"), 0xC005FFF5, NameRef("b"), 0x15550700, 0x07540000}; }},
+        {"(x = 1)();", [] { return std::vector<uint32_t>{0xC00F0001, 0x4525FFF5, NameRef("x"), 0xC005FFF5, NameRef("x")}; }},
         {"true();", [] { return std::vector<uint32_t>{0xC00F0001, 0x07540000}; }},
-        {"'s'();", [] { return std::vector<uint32_t>{0xC0060000, Index("s"), 0x07560000}; }},
+        {"'s'();", [] { return std::vector<uint32_t>{0xC0060000, NameId("s"), 0x07560000}; }},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.source);
         std::vector<uint32_t> words = CompileWords(c.source);
         EXPECT_EQ(Hex(words),
-                  Hex(Join({{kGlobalScopeCall, Index("@@GlobalScope@@")}, c.value(), {0x99050000, 0x9E050000}})));
+                  Hex(Join({{kGlobalScopeCall, NameId("@@GlobalScope@@")}, c.value(), {0x99050000, 0x9E050000}})));
     }
 }
 
@@ -1224,14 +1218,14 @@ TEST(ExpressionsEndToEnd, CompoundAssignmentTargetTypeServesAsTheScopeOfACalleeI
     // passes the scope check with it; the store then finds the type stack empty (type .e).
     std::vector<uint32_t> words = CompileWords("x += (a + b)();");
     EXPECT_EQ(Hex(words), Hex({
-                              0xC005FFF5, Ref("x"),  // load x
-                              0xC005FFF5, Ref("a"),  // a
-                              0xC005FFF5, Ref("b"),  // b
+                              0xC005FFF5, NameRef("x"),  // load x
+                              0xC005FFF5, NameRef("a"),  // a
+                              0xC005FFF5, NameRef("b"),  // b
                               0x0C550100,            // add
                               0x99050000,            // call.v 0
                               0x0C550100,            // add (value .v into .v)
                               0x86050000,            // dup.v
-                              0x45F5FFF5, Ref("x"),  // store with type .e
+                              0x45F5FFF5, NameRef("x"),  // store with type .e
                               0x9E050000,
                           }));
 }
@@ -1240,8 +1234,8 @@ TEST(ExpressionsEndToEnd, ScopeCheckCountsTheValueThatANewStatementLeftOnTheType
     // A `new` statement keeps its value (and its type) on the stack; the '+' callee then finds two
     // entries, the lower one a variable, and passes the check.
     std::vector<uint32_t> words = CompileWords("new F;\n(a + b)();");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("F"), 0xD9020001, Index("@@new@@"), 0xC005FFF5, Ref("a"), 0xC005FFF5,
-                               Ref("b"), 0x0C550100, 0x99050000, 0x9E050000}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("F"), 0xD9020001, NameId("@@new@@"), 0xC005FFF5, NameRef("a"), 0xC005FFF5,
+                               NameRef("b"), 0x0C550100, 0x99050000, 0x9E050000}));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -1251,12 +1245,12 @@ TEST(ExpressionsEndToEnd, FunctionNameInFunctionModeIsReadAsALocal) {
     std::vector<uint32_t> words = CompileWords("function g() {} x = g;", false);
     EXPECT_EQ(Hex(words), Hex({
                               0xB6000002, 0x9C0F0000,                              // 0x00
-                              0xC0020000, Index("g"), 0x07520000,                  // 0x08
-                              kScriptRefCall, Index("@@script_ref@@"),             // 0x14
-                              0x4595FFF4, Decl("g"),                               // 0x1c declare g
-                              0x4555FFF4, Decl("g"),                               // 0x24 store into it
-                              0xC005FFF4, Ref("g"),                                // 0x2c push.v -12 g
-                              0x4555FFF5, Ref("x"),
+                              0xC0020000, NameId("g"), 0x07520000,                  // 0x08
+                              kScriptRefCall, NameId("@@script_ref@@"),             // 0x14
+                              0x4595FFF4, NameDecl("g"),                               // 0x1c declare g
+                              0x4555FFF4, NameDecl("g"),                               // 0x24 store into it
+                              0xC005FFF4, NameRef("g"),                                // 0x2c push.v -12 g
+                              0x4555FFF5, NameRef("x"),
                           }));
 }
 
@@ -1264,17 +1258,17 @@ TEST(ExpressionsEndToEnd, TopLevelFunctionIsFoundByNameFromInsideAFunctionExpres
     std::vector<uint32_t> words = CompileWords("function f() {}\nx = function () { y = f; };");
     EXPECT_EQ(Hex(words), Hex({
                               0xB6000002, 0x9C0F0000,                                // 0x00 f
-                              0xC0020000, Index("f"), 0x07520000,                    // 0x08
-                              kScriptRefCall, Index("@@script_ref@@"),               // 0x14
-                              0x4555FFF5, Decl("f"),                                 // 0x1c
+                              0xC0020000, NameId("f"), 0x07520000,                    // 0x08
+                              kScriptRefCall, NameId("@@script_ref@@"),               // 0x14
+                              0x4555FFF5, NameDecl("f"),                                 // 0x1c
                               0xB6000009,                                            // 0x24 b endfunc (0x48)
-                              0xC0020000, Index("f"), 0x07520000,                    // 0x28 y = f
-                              kScriptRefCall, Index("@@script_ref@@"),               // 0x34
-                              0x4555FFF5, Ref("y"),                                  // 0x3c
+                              0xC0020000, NameId("f"), 0x07520000,                    // 0x28 y = f
+                              kScriptRefCall, NameId("@@script_ref@@"),               // 0x34
+                              0x4555FFF5, NameRef("y"),                                  // 0x3c
                               0x9C0F0000,                                            // 0x44 ret
-                              0xC0020000, Index("__main_2__anonfn0"), 0x07520000,    // 0x48
-                              kScriptRefCall, Index("@@script_ref@@"),               // 0x54
-                              0x4555FFF5, Ref("x"),                                  // 0x5c
+                              0xC0020000, NameId("__main_2__anonfn0"), 0x07520000,    // 0x48
+                              kScriptRefCall, NameId("@@script_ref@@"),               // 0x54
+                              0x4555FFF5, NameRef("x"),                                  // 0x5c
                           }));
 }
 
@@ -1284,10 +1278,10 @@ TEST(ExpressionsEndToEnd, ConditionalConvertsABoolConditionToBoolAgain) {
                               0xC00F0001, 0xC00F0002, 0x15220700,  // 0x00
                               0x07440100,                          // 0x0c conv.b.b 0x0100
                               0xB8000004,                          // 0x10 bf else (0x20)
-                              0xC005FFF5, Ref("a"),                // 0x14
+                              0xC005FFF5, NameRef("a"),                // 0x14
                               0xB6000003,                          // 0x1c b endif (0x28)
-                              0xC005FFF5, Ref("b"),                // 0x20
-                              0x4555FFF5, Ref("x"),                // 0x28
+                              0xC005FFF5, NameRef("b"),                // 0x20
+                              0x4555FFF5, NameRef("x"),                // 0x28
                           }));
 }
 
@@ -1301,42 +1295,42 @@ TEST(ExpressionsEndToEnd, LogicalAndOfABoolDuplicatesConvertsAndDiscardsWithType
                               0x07540000,                          // 0x18 conv.b.v
                               0xB6000004,                          // 0x1c b endif (0x2c)
                               0x9E040000,                          // 0x20 popz.b
-                              0xC005FFF5, Ref("a"),                // 0x24
-                              0x4555FFF5, Ref("x"),                // 0x2c
+                              0xC005FFF5, NameRef("a"),                // 0x24
+                              0x4555FFF5, NameRef("x"),                // 0x2c
                           }));
 }
 
 TEST(ExpressionsEndToEnd, SequenceOfThreeDiscardsTheFirstTwo) {
     std::vector<uint32_t> words = CompileWords("x = (1, \"s\", 3);");
-    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0x9E020000, 0xC0060000, Index("s"), 0x9E060000, 0xC00F0003, 0x4525FFF5,
-                               Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0x9E020000, 0xC0060000, NameId("s"), 0x9E060000, 0xC00F0003, 0x4525FFF5,
+                               NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, ShiftRunKeepsTheFirstShiftForEveryOperand) {
     std::vector<uint32_t> left = CompileWords("x = 1 << 2 >> 3;");
-    EXPECT_EQ(Hex(left), Hex({0xC00F0001, 0xC00F0002, 0x13220100, 0xC00F0003, 0x13520100, 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(left), Hex({0xC00F0001, 0xC00F0002, 0x13220100, 0xC00F0003, 0x13520100, 0x4555FFF5, NameRef("x")}));
     std::vector<uint32_t> unsignedRun = CompileWords("x = 1 >>> 2 << 3;");
     EXPECT_EQ(Hex(unsignedRun),
-              Hex({0xC00F0001, 0xC00F0002, 0x14228100, 0xC00F0003, 0x14528100, 0x4555FFF5, Ref("x")}));
+              Hex({0xC00F0001, 0xC00F0002, 0x14228100, 0xC00F0003, 0x14528100, 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, InstanceofRunCompilesOnlyItsFirstTwoOperands) {
     // `a instanceof b < c` is one instanceof node with three children; only the left and right
     // operands are compiled.
     std::vector<uint32_t> words = CompileWords("x = a instanceof b < c;");
-    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, Ref("a"), 0xC005FFF5, Ref("b"), 0xD9020002, Index("@@instanceof@@"),
-                               0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC005FFF5, NameRef("a"), 0xC005FFF5, NameRef("b"), 0xD9020002, NameId("@@instanceof@@"),
+                               0x4555FFF5, NameRef("x")}));
     EXPECT_EQ(NameIndex("c"), -1);
 }
 
 TEST(ExpressionsEndToEnd, CompoundAssignmentIntoAnElementReadsAndWritesTheElement) {
     std::vector<uint32_t> words = CompileWords("a[0] += 1;");
     EXPECT_EQ(Hex(words), Hex({
-                              0xC00F0000, 0x07520000, 0xC005FFF5, Ref("a"), 0x8055FFF6,  // read a[0]
+                              0xC00F0000, 0x07520000, 0xC005FFF5, NameRef("a"), 0x8055FFF6,  // read a[0]
                               0xC00F0001,                                                // 1
                               0x0C520100,                                                // add
                               0x86050000,                                                // dup.v
-                              0xC00F0000, 0x07520000, 0xC005FFF5, Ref("a"), 0x0555FFF6,  // store a[0]
+                              0xC00F0000, 0x07520000, 0xC005FFF5, NameRef("a"), 0x0555FFF6,  // store a[0]
                               0x9E050000,
                           }));
 }
@@ -1363,19 +1357,19 @@ TEST(ExpressionsEndToEnd, AccessorPropertiesFollowTheirNamesHashBuckets) {
     ASSERT_NE(unit, nullptr);
     EXPECT_EQ(Hex(UnitWords(unit)), Hex({
                                         0xB6000002, 0x9C0F0000,                     // 0x00 c's getter
-                                        0xC0020000, Index("__getfn0"), 0x07520000,  // 0x08
-                                        kScriptRefCall, Index("@@script_ref@@"),    // 0x14
-                                        0xC005FFF5, Ref("undefined"),               // 0x1c
-                                        0xD9020002, Index("@@NewProperty@@"),       // 0x24
-                                        0xC0060000, Index("c"), 0x07560000,         // 0x2c
+                                        0xC0020000, NameId("__getfn0"), 0x07520000,  // 0x08
+                                        kScriptRefCall, NameId("@@script_ref@@"),    // 0x14
+                                        0xC005FFF5, NameRef("undefined"),               // 0x1c
+                                        0xD9020002, NameId("@@NewProperty@@"),       // 0x24
+                                        0xC0060000, NameId("c"), 0x07560000,         // 0x2c
                                         0xB6000002, 0x9C0F0000,                     // 0x38 a's getter
-                                        0xC0020000, Index("__getfn1"), 0x07520000,  // 0x40
-                                        kScriptRefCall, Index("@@script_ref@@"),    // 0x4c
-                                        0xC005FFF5, Ref("undefined"),               // 0x54
-                                        0xD9020002, Index("@@NewProperty@@"),       // 0x5c
-                                        0xC0060000, Index("a"), 0x07560000,         // 0x64
-                                        0xD9020004, Index("@@NewObject@@"),         // 0x70
-                                        0x4555FFF5, Ref("x"),                       // 0x78
+                                        0xC0020000, NameId("__getfn1"), 0x07520000,  // 0x40
+                                        kScriptRefCall, NameId("@@script_ref@@"),    // 0x4c
+                                        0xC005FFF5, NameRef("undefined"),               // 0x54
+                                        0xD9020002, NameId("@@NewProperty@@"),       // 0x5c
+                                        0xC0060000, NameId("a"), 0x07560000,         // 0x64
+                                        0xD9020004, NameId("@@NewObject@@"),         // 0x70
+                                        0x4555FFF5, NameRef("x"),                       // 0x78
                                     }));
     ASSERT_EQ(unit->fourthCount, 3);
     EXPECT_EQ(unit->fourth[1]->codeOffset, 4u);
@@ -1389,9 +1383,9 @@ TEST(ExpressionsEndToEnd, StoreIntoAParameterUsesTheArgumentOperand) {
                               0xC00F0001,                                    // 0x04
                               0x4525FFF3, 0xA0000000,                        // 0x08 pop.v.i -13 depth 0 slot 0
                               0x9C0F0000,                                    // 0x10
-                              0xC0020000, Index("g"), 0x07520000,            // 0x14
-                              kScriptRefCall, Index("@@script_ref@@"),       // 0x20
-                              0x4555FFF5, Decl("g"),                         // 0x28
+                              0xC0020000, NameId("g"), 0x07520000,            // 0x14
+                              kScriptRefCall, NameId("@@script_ref@@"),       // 0x20
+                              0x4555FFF5, NameDecl("g"),                         // 0x28
                           }));
 }
 
@@ -1400,19 +1394,19 @@ TEST(ExpressionsEndToEnd, OuterFunctionsVariableIsReadAsALocalAndMarksTheDeclari
     ASSERT_NE(unit, nullptr);
     EXPECT_EQ(Hex(UnitWords(unit)), Hex({
                                         0xB6000013,                               // 0x00 b endfunc g (0x4c)
-                                        0x4595FFF4, Decl("v"),                    // 0x04 var v
+                                        0x4595FFF4, NameDecl("v"),                    // 0x04 var v
                                         0xB6000006,                               // 0x0c b endfunc h (0x24)
-                                        0xC005FFF4, Ref("v"),                     // 0x10 push.v -12 v
-                                        0x4555FFF5, Ref("x"),                     // 0x18
+                                        0xC005FFF4, NameRef("v"),                     // 0x10 push.v -12 v
+                                        0x4555FFF5, NameRef("x"),                     // 0x18
                                         0x9C0F0000,                               // 0x20
-                                        0xC0020000, Index("g@h"), 0x07520000,     // 0x24
-                                        kScriptRefCall, Index("@@script_ref@@"),  // 0x30
-                                        0x4595FFF4, Decl("h"),                    // 0x38
-                                        0x4555FFF4, Decl("h"),                    // 0x40
+                                        0xC0020000, NameId("g@h"), 0x07520000,     // 0x24
+                                        kScriptRefCall, NameId("@@script_ref@@"),  // 0x30
+                                        0x4595FFF4, NameDecl("h"),                    // 0x38
+                                        0x4555FFF4, NameDecl("h"),                    // 0x40
                                         0x9C0F0000,                               // 0x48
-                                        0xC0020000, Index("g"), 0x07520000,       // 0x4c
-                                        kScriptRefCall, Index("@@script_ref@@"),  // 0x58
-                                        0x4555FFF5, Decl("g"),                    // 0x60
+                                        0xC0020000, NameId("g"), 0x07520000,       // 0x4c
+                                        kScriptRefCall, NameId("@@script_ref@@"),  // 0x58
+                                        0x4555FFF5, NameDecl("g"),                    // 0x60
                                     }));
     ASSERT_EQ(unit->fourthCount, 3);
     EXPECT_EQ(NameOf(unit, unit->fourth[1]->nameIndex), "g@h");
@@ -1426,24 +1420,24 @@ TEST(ExpressionsEndToEnd, MemberNamedLikeADeclaredFunctionReadsThatFunction) {
     std::vector<uint32_t> words = CompileWords("function g() {} x = o.g;");
     EXPECT_EQ(Hex(words), Hex({
                               0xB6000002, 0x9C0F0000,                        // 0x00
-                              0xC0020000, Index("g"), 0x07520000,            // 0x08
-                              kScriptRefCall, Index("@@script_ref@@"),       // 0x14
-                              0x4555FFF5, Decl("g"),                         // 0x1c
-                              0xC005FFF5, Ref("o"),                          // 0x24 o
-                              0xC0020000, Index("g"), 0x07520000,            // 0x2c the function g
-                              kScriptRefCall, Index("@@script_ref@@"),       // 0x38
-                              0x4555FFF5, Ref("x"),                          // 0x40
+                              0xC0020000, NameId("g"), 0x07520000,            // 0x08
+                              kScriptRefCall, NameId("@@script_ref@@"),       // 0x14
+                              0x4555FFF5, NameDecl("g"),                         // 0x1c
+                              0xC005FFF5, NameRef("o"),                          // 0x24 o
+                              0xC0020000, NameId("g"), 0x07520000,            // 0x2c the function g
+                              kScriptRefCall, NameId("@@script_ref@@"),       // 0x38
+                              0x4555FFF5, NameRef("x"),                          // 0x40
                           }));
 }
 
 TEST(ExpressionsEndToEnd, MemberReadConvertsATypedObjectToVariable) {
     std::vector<uint32_t> words = CompileWords("x = \"s\".length;");
-    EXPECT_EQ(Hex(words), Hex({0xC0060000, Index("s"), 0x07560000, 0xC005FFF7, Ref("length"), 0x4555FFF5, Ref("x")}));
+    EXPECT_EQ(Hex(words), Hex({0xC0060000, NameId("s"), 0x07560000, 0xC005FFF7, NameRef("length"), 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, MemberStoreLeavesATypedObjectUnconverted) {
     std::vector<uint32_t> words = CompileWords("\"s\".p = 1;");
-    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0xC0060000, Index("s"), 0x4525FFF7, Ref("p")}));
+    EXPECT_EQ(Hex(words), Hex({0xC00F0001, 0xC0060000, NameId("s"), 0x4525FFF7, NameRef("p")}));
 }
 
 TEST(ExpressionsEndToEnd, AnonymousFunctionInsideAFunctionIsQualifiedByTheEnclosingName) {
@@ -1452,13 +1446,13 @@ TEST(ExpressionsEndToEnd, AnonymousFunctionInsideAFunctionIsQualifiedByTheEnclos
     EXPECT_EQ(Hex(UnitWords(unit)), Hex({
                                         0xB600000B,                                             // 0x00 endfunc 0x2c
                                         0xB6000002, 0x9C0F0000,                                 // 0x04
-                                        0xC0020000, Index("g@__main_1__anonfn0"), 0x07520000,   // 0x0c
-                                        kScriptRefCall, Index("@@script_ref@@"),                // 0x18
-                                        0x4555FFF5, Ref("x"),                                   // 0x20
+                                        0xC0020000, NameId("g@__main_1__anonfn0"), 0x07520000,   // 0x0c
+                                        kScriptRefCall, NameId("@@script_ref@@"),                // 0x18
+                                        0x4555FFF5, NameRef("x"),                                   // 0x20
                                         0x9C0F0000,                                             // 0x28
-                                        0xC0020000, Index("g"), 0x07520000,                     // 0x2c
-                                        kScriptRefCall, Index("@@script_ref@@"),                // 0x38
-                                        0x4555FFF5, Decl("g"),                                  // 0x40
+                                        0xC0020000, NameId("g"), 0x07520000,                     // 0x2c
+                                        kScriptRefCall, NameId("@@script_ref@@"),                // 0x38
+                                        0x4555FFF5, NameDecl("g"),                                  // 0x40
                                     }));
     ASSERT_EQ(unit->fourthCount, 3);
     EXPECT_EQ(NameOf(unit, unit->fourth[1]->nameIndex), "g@__main_1__anonfn0");
@@ -1468,11 +1462,11 @@ TEST(ExpressionsEndToEnd, AnonymousFunctionInsideAFunctionIsQualifiedByTheEnclos
 TEST(ExpressionsEndToEnd, ElementOfAnArrayLiteralReadsTheLiteralAsTheArray) {
     std::vector<uint32_t> words = CompileWords("x = [1, 2][0];");
     EXPECT_EQ(Hex(words), Hex({0xC00F0000, 0x07520000, 0xC00F0002, 0x07520000, 0xC00F0001, 0x07520000, 0xD9020002,
-                               Index("@@NewArray@@"), 0x8055FFF6, 0x4555FFF5, Ref("x")}));
+                               NameId("@@NewArray@@"), 0x8055FFF6, 0x4555FFF5, NameRef("x")}));
 }
 
 TEST(ExpressionsEndToEnd, ElementOfAStringConvertsTheStringToVariable) {
     std::vector<uint32_t> words = CompileWords("x = \"abc\"[0];");
     EXPECT_EQ(Hex(words),
-              Hex({0xC00F0000, 0x07520000, 0xC0060000, Index("abc"), 0x07560000, 0x8055FFF6, 0x4555FFF5, Ref("x")}));
+              Hex({0xC00F0000, 0x07520000, 0xC0060000, NameId("abc"), 0x07560000, 0x8055FFF6, 0x4555FFF5, NameRef("x")}));
 }

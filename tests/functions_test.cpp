@@ -11,7 +11,6 @@ namespace {
 
 using Words = std::vector<uint32_t>;
 
-uint32_t Name(const char* text) { return static_cast<uint32_t>(NameIndex(text)); }
 
 // function name(params) { body }
 Node* Function(const char* name, std::initializer_list<Node*> params, std::initializer_list<Node*> body = {}) {
@@ -31,9 +30,9 @@ TEST(Functions, TopLevelDeclarationLayoutAndRecord) {
     int32_t recordsBefore = GlobalFunctionRecords.count;
     int32_t funcsBefore = GlobalFuncList.count;
     CompileStatement(t.cx, Function("fa", {Id("pa"), Id("pb")}), 1);
-    uint32_t fa = Name("fa");
+    uint32_t fa = NameId("fa");
     // b endfunc; body; endcompile: ret; endfunc: push.i fa; conv.i.v; call @@script_ref@@; pop.v.v -11 fa
-    EXPECT_EQ(t.Words(), (Words{0xB6000002, 0x9C0F0000, 0xC0020000, fa, 0x07520000, 0xD9020001, Name("@@script_ref@@"),
+    EXPECT_EQ(t.Words(), (Words{0xB6000002, 0x9C0F0000, 0xC0020000, fa, 0x07520000, 0xD9020001, NameId("@@script_ref@@"),
                                 0x4555FFF5, 0xB0000000 | fa}));
     EXPECT_TRUE(t.Types().empty());
     EXPECT_EQ(t.cx.topLevel, 1);
@@ -46,8 +45,8 @@ TEST(Functions, TopLevelDeclarationLayoutAndRecord) {
     EXPECT_EQ(record->reserved0, 0u);
     EXPECT_EQ(record->reserved1, 0u);
     ASSERT_EQ(record->paramCount, 2);
-    EXPECT_EQ(record->params[0], Name("pa"));
-    EXPECT_EQ(record->params[1], Name("pb"));
+    EXPECT_EQ(record->params[0], NameId("pa"));
+    EXPECT_EQ(record->params[1], NameId("pb"));
     EXPECT_EQ(record->localCount, 3u);   // arguments and the two parameters
     EXPECT_EQ(record->slotCount, 0u);
     EXPECT_EQ(record->flags, 4u);
@@ -70,8 +69,8 @@ TEST(Functions, TopLevelDeclarationLayoutAndRecord) {
 TEST(Functions, DeclarationInsideAFunctionIsALocalWithQualifiedRecord) {
     TestCompile t("main", 1);
     CompileStatement(t.cx, Function("fg", {}, {Function("fh", {})}), 1);
-    uint32_t fh = Name("fh");
-    uint32_t qualified = Name("fg@fh");
+    uint32_t fh = NameId("fh");
+    uint32_t qualified = NameId("fg@fh");
     ASSERT_NE(qualified, 0xFFFFFFFFu);
     Words words = t.Words();
     // b endfunc(fg); b endfunc(fh); ret; push.i fg@fh; conv.i.v; call; pop.v(9) -12 fh; pop.v.v -12 fh; ret; ...
@@ -90,7 +89,7 @@ TEST(Functions, DeclarationInsideAFunctionIsALocalWithQualifiedRecord) {
     // The inner record is added first: the outer one is entered after its body.
     FunctionRecord* outer = LastFunctionRecord();
     FunctionRecord* inner = static_cast<FunctionRecord*>(GlobalFunctionRecords.data[GlobalFunctionRecords.count - 2]);
-    EXPECT_EQ(outer->nameIndex, Name("fg"));
+    EXPECT_EQ(outer->nameIndex, NameId("fg"));
     EXPECT_EQ(inner->nameIndex, qualified);
     EXPECT_EQ(inner->declaredNameIndex, fh);
     EXPECT_EQ(inner->paramCount, 0);
@@ -108,7 +107,7 @@ TEST(Functions, FunctionDeclaredTwiceKeepsOneSlotWithTheSecondRecord) {
     EXPECT_NE(second, first);
     EXPECT_EQ(second->paramCount, 1);
     // The replaced record stays allocated for hosts that still hold it.
-    EXPECT_EQ(first->nameIndex, Name("twice"));
+    EXPECT_EQ(first->nameIndex, NameId("twice"));
     EXPECT_EQ(first->paramCount, 0);
 }
 
@@ -134,7 +133,7 @@ TEST(Functions, TopLevelFlagIsClearedInsideTheBodyAndRestored) {
 TEST(Functions, CallEvaluatesArgumentsRightToLeftWithTheCallingSequence) {
     TestCompile t("main", 1);
     CompileStatement(t.cx, N('(', "(", {Id("callee"), Int("1"), Int("2")}), 1);
-    EXPECT_EQ(t.Words(), (Words{0xD9020000, Name("@@GlobalScope@@"), 0xC005FFF5, 0xA0000000 | Name("callee"),
+    EXPECT_EQ(t.Words(), (Words{0xD9020000, NameId("@@GlobalScope@@"), 0xC005FFF5, 0xA0000000 | NameId("callee"),
                                 0xC00F0002, 0x07520000, 0x8605FF12, 0xC00F0001, 0x07520000, 0x8605FF12, 0x99050002,
                                 0x9E050000}));
     EXPECT_TRUE(t.Types().empty());
@@ -153,14 +152,14 @@ TEST(Functions, CallWithScopeDuplicatesItsResult) {
 TEST(Functions, NewWithoutArgumentsPassesTheConstructorAlone) {
     TestCompile t("main", 1);
     CompileNew(t.cx, N(LEX_NEW, "new", {Id("Ctor")}), false);
-    EXPECT_EQ(t.Words(), (Words{0xC005FFF5, 0xA0000000 | Name("Ctor"), 0xD9020001, Name("@@new@@")}));
+    EXPECT_EQ(t.Words(), (Words{0xC005FFF5, 0xA0000000 | NameId("Ctor"), 0xD9020001, NameId("@@new@@")}));
     EXPECT_EQ(t.Types(), (Words{TYPE_VARIABLE}));
 }
 
 TEST(Functions, NewEvaluatesArgumentsRightToLeft) {
     TestCompile t("main", 1);
     CompileNew(t.cx, N(LEX_NEW, "new", {N('(', "(", {Id("Ctor"), Int("1"), Int("2")})}), true);
-    EXPECT_EQ(t.Words(), (Words{0xC00F0002, 0x07520000, 0xC00F0001, 0x07520000, 0xC005FFF5, 0xA0000000 | Name("Ctor"),
-                                0xD9020003, Name("@@new@@"), 0x86050000}));
+    EXPECT_EQ(t.Words(), (Words{0xC00F0002, 0x07520000, 0xC00F0001, 0x07520000, 0xC005FFF5, 0xA0000000 | NameId("Ctor"),
+                                0xD9020003, NameId("@@new@@"), 0x86050000}));
     EXPECT_EQ(t.Types(), (Words{TYPE_VARIABLE, TYPE_VARIABLE}));
 }

@@ -20,13 +20,6 @@ namespace {
 
 using Words = std::vector<uint32_t>;
 
-uint32_t Name(const char* text) {
-    int32_t index = NameIndex(text);
-    EXPECT_GE(index, 0) << "name " << text << " was never interned";
-    return static_cast<uint32_t>(index);
-}
-uint32_t Ref(const char* text) { return 0xA0000000u | Name(text); }
-uint32_t Decl(const char* text) { return 0xB0000000u | Name(text); }
 
 constexpr uint32_t kPushUnresolved = 0xC005FFF5;
 constexpr uint32_t kConvVarToBool = 0x07450100;
@@ -67,7 +60,7 @@ std::vector<std::string> Records(const CompileUnit* unit, PatchRecord** records,
 // The tail every top-level function declaration ends with: push.i name; conv.i.v;
 // call @@script_ref@@ 1; store to the name as the script's own.
 Words FunctionReference(const char* name) {
-    return {kPushInt, Name(name), kConvIntToVar, kCall1, Name("@@script_ref@@"), kStoreSelf, Decl(name)};
+    return {kPushInt, NameId(name), kConvIntToVar, kCall1, NameId("@@script_ref@@"), kStoreSelf, NameDecl(name)};
 }
 
 Words Joined(Words head, const Words& tail) {
@@ -82,11 +75,11 @@ TEST(LabelDepth, BreakToALabelInAFunctionLeavesThroughEndcompileSkippingTheCodeA
     // l stands at continue depth 0; the break stack is [endcompile, endwhile], so break l takes
     // endcompile: the read of b after the loop is skipped.
     ExpectWords(unit, Joined({0xB600000B,                                // 0x00 b endfunc
-                              kPushUnresolved, Ref("a"), kConvVarToBool,  // 0x04 l: startwhile
+                              kPushUnresolved, NameRef("a"), kConvVarToBool,  // 0x04 l: startwhile
                               0xB8000003,                                 // 0x10 bf endwhile
                               0xB6000005,                                 // 0x14 break l -> 0x28
                               0xB67FFFFB,                                 // 0x18 b startwhile
-                              kPushUnresolved, Ref("b"), kPopzVar,        // 0x1C endwhile: b;
+                              kPushUnresolved, NameRef("b"), kPopzVar,        // 0x1C endwhile: b;
                               kRetShort},                                 // 0x28 endcompile
                              FunctionReference("f")));                    // 0x2C endfunc
 }
@@ -94,11 +87,11 @@ TEST(LabelDepth, BreakToALabelInAFunctionLeavesThroughEndcompileSkippingTheCodeA
 TEST(LabelDepth, ContinueToALabelInAFunctionGoesToTheLoopStart) {
     CompileUnit* unit = Compiled("function f() { l: while (a) { continue l; } b; }");
     ExpectWords(unit, Joined({0xB600000B,                                // 0x00 b endfunc
-                              kPushUnresolved, Ref("a"), kConvVarToBool,  // 0x04 l: startwhile
+                              kPushUnresolved, NameRef("a"), kConvVarToBool,  // 0x04 l: startwhile
                               0xB8000003,                                 // 0x10 bf endwhile
                               0xB67FFFFC,                                 // 0x14 continue l -> 0x04
                               0xB67FFFFB,                                 // 0x18 b startwhile
-                              kPushUnresolved, Ref("b"), kPopzVar,        // 0x1C endwhile: b;
+                              kPushUnresolved, NameRef("b"), kPopzVar,        // 0x1C endwhile: b;
                               kRetShort},                                 // 0x28 endcompile
                              FunctionReference("f")));
 }
@@ -108,15 +101,15 @@ TEST(LabelDepth, BreakToAnInnerLabelInAFunctionLeavesTheOuterLoop) {
     // l stands at continue depth 1; the break stack is [endcompile, outer endwhile, inner
     // endwhile], so break l leaves the outer loop, skipping d.
     ExpectWords(unit, Joined({0xB6000013,                                // 0x00 b endfunc
-                              kPushUnresolved, Ref("c"), kConvVarToBool,  // 0x04 outer startwhile
+                              kPushUnresolved, NameRef("c"), kConvVarToBool,  // 0x04 outer startwhile
                               0xB800000B,                                 // 0x10 bf outer endwhile
-                              kPushUnresolved, Ref("a"), kConvVarToBool,  // 0x14 l: inner startwhile
+                              kPushUnresolved, NameRef("a"), kConvVarToBool,  // 0x14 l: inner startwhile
                               0xB8000003,                                 // 0x20 bf inner endwhile
                               0xB6000006,                                 // 0x24 break l -> 0x3C
                               0xB67FFFFB,                                 // 0x28 b inner startwhile
-                              kPushUnresolved, Ref("d"), kPopzVar,        // 0x2C inner endwhile: d;
+                              kPushUnresolved, NameRef("d"), kPopzVar,        // 0x2C inner endwhile: d;
                               0xB67FFFF3,                                 // 0x38 b outer startwhile
-                              kPushUnresolved, Ref("b"), kPopzVar,        // 0x3C outer endwhile: b;
+                              kPushUnresolved, NameRef("b"), kPopzVar,        // 0x3C outer endwhile: b;
                               kRetShort},                                 // 0x48 endcompile
                              FunctionReference("f")));                    // 0x4C endfunc
 }
@@ -126,15 +119,15 @@ TEST(LabelDepth, ContinueToAnInnerLabelInAFunctionGoesToItsOwnLoopStart) {
     // The continue stack is [outer startwhile, inner startwhile]; one step from the oldest is the
     // inner loop's start.
     ExpectWords(unit, Joined({0xB6000013,                                // 0x00 b endfunc
-                              kPushUnresolved, Ref("c"), kConvVarToBool,  // 0x04 outer startwhile
+                              kPushUnresolved, NameRef("c"), kConvVarToBool,  // 0x04 outer startwhile
                               0xB800000B,                                 // 0x10 bf outer endwhile
-                              kPushUnresolved, Ref("a"), kConvVarToBool,  // 0x14 l: inner startwhile
+                              kPushUnresolved, NameRef("a"), kConvVarToBool,  // 0x14 l: inner startwhile
                               0xB8000003,                                 // 0x20 bf inner endwhile
                               0xB67FFFFC,                                 // 0x24 continue l -> 0x14
                               0xB67FFFFB,                                 // 0x28 b inner startwhile
-                              kPushUnresolved, Ref("d"), kPopzVar,        // 0x2C inner endwhile: d;
+                              kPushUnresolved, NameRef("d"), kPopzVar,        // 0x2C inner endwhile: d;
                               0xB67FFFF3,                                 // 0x38 b outer startwhile
-                              kPushUnresolved, Ref("b"), kPopzVar,        // 0x3C outer endwhile: b;
+                              kPushUnresolved, NameRef("b"), kPopzVar,        // 0x3C outer endwhile: b;
                               kRetShort},                                 // 0x48 endcompile
                              FunctionReference("f")));
 }
@@ -144,12 +137,12 @@ TEST(AccessorTable, GetterInTheLastBucketIsCompiledAndPassedToNewProperty) {
     ExpectWords(unit, {0xB6000005,                                              // 0x00 b endfunc
                        0xC00F0001, kConvIntToVar, 0x9C050000,                   // 0x04 return 1
                        kRetShort,                                               // 0x10 endcompile
-                       kPushInt, Name("__getfn0"), kConvIntToVar,               // 0x14 endfunc
-                       kCall1, Name("@@script_ref@@"),                          // 0x20
-                       kPushUnresolved, Ref("undefined"),                       // 0x28 no setter
-                       kCall2, Name("@@NewProperty@@"),                         // 0x30
-                       0xC0060000, Name("f"), 0x07560000,                       // 0x38 push.s "f"; conv.s.v
-                       kCall2, Name("@@NewObject@@"),                           // 0x44 two arguments
+                       kPushInt, NameId("__getfn0"), kConvIntToVar,               // 0x14 endfunc
+                       kCall1, NameId("@@script_ref@@"),                          // 0x20
+                       kPushUnresolved, NameRef("undefined"),                       // 0x28 no setter
+                       kCall2, NameId("@@NewProperty@@"),                         // 0x30
+                       0xC0060000, NameId("f"), 0x07560000,                       // 0x38 push.s "f"; conv.s.v
+                       kCall2, NameId("@@NewObject@@"),                           // 0x44 two arguments
                        kPopzVar});                                              // 0x4C
     EXPECT_EQ(Records(unit, unit->funcs, unit->funcCount),
               (std::vector<std::string>{"__getfn0 0 0x14", "@@script_ref@@ 0 0x20", "@@NewProperty@@ 0 0x30",
@@ -179,6 +172,6 @@ TEST(AccessorTable, AccessorsComeInBucketOrderWithTheLastBucketLast) {
     ASSERT_GE(words.size(), 3u);
     // Four properties: call @@NewObject@@ with eight arguments, then popz.v.
     EXPECT_EQ(words[words.size() - 3], 0xD9020008u);
-    EXPECT_EQ(words[words.size() - 2], Name("@@NewObject@@"));
+    EXPECT_EQ(words[words.size() - 2], NameId("@@NewObject@@"));
     EXPECT_EQ(words[words.size() - 1], kPopzVar);
 }

@@ -17,14 +17,6 @@ namespace {
 
 using Words = std::vector<uint32_t>;
 
-uint32_t Name(const char* text) {
-    int32_t index = NameIndex(text);
-    EXPECT_GE(index, 0) << "name " << text << " was never interned";
-    return static_cast<uint32_t>(index);
-}
-// The operand of a reference and of a declaration of `text`.
-uint32_t Ref(const char* text) { return 0xA0000000u | Name(text); }
-uint32_t Decl(const char* text) { return 0xB0000000u | Name(text); }
 
 constexpr uint32_t kPushUnresolved = 0xC005FFF5;
 constexpr uint32_t kPushLocal = 0xC005FFF4;
@@ -131,16 +123,16 @@ void ExpectRootRecord(const CompileUnit* unit, const char* locals, uint32_t flag
 
 TEST(StatementScripts, IfElseBranchesOverTheElseAndTheSeededRecordsComeFirst) {
     CompileUnit* unit = Compiled("if (a) b; else c;");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"), kConvVarToBool, 0xB8000005,  // bf else
-                       kPushUnresolved, Ref("b"), kPopzVar, 0xB6000004,         // b endif
-                       kPushUnresolved, Ref("c"), kPopzVar});
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"), kConvVarToBool, 0xB8000005,  // bf else
+                       kPushUnresolved, NameRef("b"), kPopzVar, 0xB6000004,         // b endif
+                       kPushUnresolved, NameRef("c"), kPopzVar});
     ExpectPositions(unit, {0x00, 4, 0x10, 10, 0x20, 18});
     EXPECT_EQ(Records(unit, unit->vars, unit->varCount),
               (std::vector<std::string>{"prototype 3 none", "@@array@@ 3 none", "arguments 2 none", "a 0 0x0",
                                         "b 0 0x10", "c 0 0x20"}));
-    EXPECT_EQ(Name("a"), 3u);
-    EXPECT_EQ(Name("b"), 4u);
-    EXPECT_EQ(Name("c"), 5u);
+    EXPECT_EQ(NameId("a"), 3u);
+    EXPECT_EQ(NameId("b"), 4u);
+    EXPECT_EQ(NameId("c"), 5u);
     EXPECT_TRUE(FuncRecords(unit).empty());
     EXPECT_TRUE(StringRecords(unit).empty());
     ASSERT_EQ(unit->fourthCount, 1);
@@ -149,7 +141,7 @@ TEST(StatementScripts, IfElseBranchesOverTheElseAndTheSeededRecordsComeFirst) {
 
 TEST(StatementScripts, IfWithoutElseHasNoBranchToEndif) {
     CompileUnit* unit = Compiled("if (a) b;");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"), kConvVarToBool, 0xB8000004, kPushUnresolved, Ref("b"), kPopzVar});
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"), kConvVarToBool, 0xB8000004, kPushUnresolved, NameRef("b"), kPopzVar});
     ExpectPositions(unit, {0x00, 4, 0x10, 10});
 }
 
@@ -157,20 +149,20 @@ TEST(StatementScripts, IfWithBoolConditionIsNotConverted) {
     CompileUnit* unit = Compiled("if (true) ; else b;");
     // The empty then-statement makes no node, so the else-statement is the second child and the
     // if has no third child: no branch to endif.
-    ExpectWords(unit, {0xC00F0001, 0xB8000004, kPushUnresolved, Ref("b"), kPopzVar});
+    ExpectWords(unit, {0xC00F0001, 0xB8000004, kPushUnresolved, NameRef("b"), kPopzVar});
 }
 
 TEST(StatementScripts, DoRunsTheBodyFirstAndBranchesBackWithBt) {
     CompileUnit* unit = Compiled("do a; while (b);");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"), kPopzVar,                      // startdo: body
-                       kPushUnresolved, Ref("b"), kConvVarToBool, 0xB77FFFFA});  // iteratedo: bt startdo
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"), kPopzVar,                      // startdo: body
+                       kPushUnresolved, NameRef("b"), kConvVarToBool, 0xB77FFFFA});  // iteratedo: bt startdo
     ExpectPositions(unit, {0x00, 4, 0x00, 6});
     EXPECT_EQ(VarRecords(unit), (std::vector<std::string>{"a 0 0x0", "b 0 0xc"}));
 }
 
 TEST(StatementScripts, DoWithEmptyBodyCompilesTheFillerToNothingButItsPosition) {
     CompileUnit* unit = Compiled("do ; while (a)");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"), kConvVarToBool, 0xB77FFFFD});
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"), kConvVarToBool, 0xB77FFFFD});
     // The filler is made at the lexer's position after `while` has been scanned.
     ExpectPositions(unit, {0x00, 4, 0x00, 12});
 }
@@ -178,13 +170,13 @@ TEST(StatementScripts, DoWithEmptyBodyCompilesTheFillerToNothingButItsPosition) 
 TEST(StatementScripts, ContinueInDoGoesToTheConditionAndBreakPastTheLoop) {
     CompileUnit* unit = Compiled("do { continue; break; } while (a);");
     // startdo: b iteratedo; b enddo; iteratedo: push.v a; conv; bt startdo; enddo:
-    ExpectWords(unit, {0xB6000002, 0xB6000005, kPushUnresolved, Ref("a"), kConvVarToBool, 0xB77FFFFB});
+    ExpectWords(unit, {0xB6000002, 0xB6000005, kPushUnresolved, NameRef("a"), kConvVarToBool, 0xB77FFFFB});
 }
 
 TEST(StatementScripts, WhileTestsFirstAndBranchesBackToTheCondition) {
     CompileUnit* unit = Compiled("while (a) { b; }");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"), kConvVarToBool, 0xB8000005,  // bf endwhile
-                       kPushUnresolved, Ref("b"), kPopzVar, 0xB67FFFF9});        // b startwhile
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"), kConvVarToBool, 0xB8000005,  // bf endwhile
+                       kPushUnresolved, NameRef("b"), kPopzVar, 0xB67FFFF9});        // b startwhile
     ExpectPositions(unit, {0x00, 7, 0x10, 13, 0x10, 15});
 }
 
@@ -193,60 +185,60 @@ TEST(StatementScripts, WhileTestsFirstAndBranchesBackToTheCondition) {
 
 TEST(StatementScripts, ForWithEverySlot) {
     CompileUnit* unit = Compiled("for (a = 1; b; c) d;");
-    ExpectWords(unit, {0xC00F0001, 0x4525FFF5, Ref("a"),                         // a = 1 (unresolved store of .i)
-                       kPushUnresolved, Ref("b"), kConvVarToBool, 0xB8000008,     // startfor: bf endfor
-                       kPushUnresolved, Ref("d"), kPopzVar,                       // body
-                       kPushUnresolved, Ref("c"), kPopzVar,                       // iteratefor
+    ExpectWords(unit, {0xC00F0001, 0x4525FFF5, NameRef("a"),                         // a = 1 (unresolved store of .i)
+                       kPushUnresolved, NameRef("b"), kConvVarToBool, 0xB8000008,     // startfor: bf endfor
+                       kPushUnresolved, NameRef("d"), kPopzVar,                       // body
+                       kPushUnresolved, NameRef("c"), kPopzVar,                       // iteratefor
                        0xB67FFFF6});                                              // b startfor
     ExpectPositions(unit, {0x00, 5, 0x00, 10, 0x1C, 21});
     // The condition and the body are compiled before the iteration: c is interned last.
     EXPECT_EQ(VarRecords(unit), (std::vector<std::string>{"a 0 0x4", "b 0 0xc", "d 0 0x1c", "c 0 0x28"}));
-    EXPECT_LT(Name("d"), Name("c"));
+    EXPECT_LT(NameId("d"), NameId("c"));
 }
 
 TEST(StatementScripts, ForWithEverySlotEmpty) {
     CompileUnit* unit = Compiled("for (;;) a;");
     // The absent initializer is a ';' node with its own position pair; the condition reads true.
-    ExpectWords(unit, {0xC00F0001, 0xB8000005, kPushUnresolved, Ref("a"), kPopzVar, 0xB67FFFFB});
+    ExpectWords(unit, {0xC00F0001, 0xB8000005, kPushUnresolved, NameRef("a"), kPopzVar, 0xB67FFFFB});
     ExpectPositions(unit, {0x00, 5, 0x00, 8, 0x08, 12});
 }
 
 TEST(StatementScripts, ForWithoutInitializer) {
     CompileUnit* unit = Compiled("for (; b; c) d;");
-    ExpectWords(unit, {kPushUnresolved, Ref("b"), kConvVarToBool, 0xB8000008, kPushUnresolved, Ref("d"), kPopzVar,
-                       kPushUnresolved, Ref("c"), kPopzVar, 0xB67FFFF6});
+    ExpectWords(unit, {kPushUnresolved, NameRef("b"), kConvVarToBool, 0xB8000008, kPushUnresolved, NameRef("d"), kPopzVar,
+                       kPushUnresolved, NameRef("c"), kPopzVar, 0xB67FFFF6});
     ExpectPositions(unit, {0x00, 5, 0x00, 8, 0x10, 16});
 }
 
 TEST(StatementScripts, ForWithoutCondition) {
     CompileUnit* unit = Compiled("for (a = 1; ; c) d;");
-    ExpectWords(unit, {0xC00F0001, 0x4525FFF5, Ref("a"), 0xC00F0001, 0xB8000008, kPushUnresolved, Ref("d"), kPopzVar,
-                       kPushUnresolved, Ref("c"), kPopzVar, 0xB67FFFF8});
+    ExpectWords(unit, {0xC00F0001, 0x4525FFF5, NameRef("a"), 0xC00F0001, 0xB8000008, kPushUnresolved, NameRef("d"), kPopzVar,
+                       kPushUnresolved, NameRef("c"), kPopzVar, 0xB67FFFF8});
 }
 
 TEST(StatementScripts, ForWithoutIteration) {
     CompileUnit* unit = Compiled("for (a = 1; b; ) d;");
-    ExpectWords(unit, {0xC00F0001, 0x4525FFF5, Ref("a"), kPushUnresolved, Ref("b"), kConvVarToBool, 0xB8000005,
-                       kPushUnresolved, Ref("d"), kPopzVar, 0xB67FFFF9});
+    ExpectWords(unit, {0xC00F0001, 0x4525FFF5, NameRef("a"), kPushUnresolved, NameRef("b"), kConvVarToBool, 0xB8000005,
+                       kPushUnresolved, NameRef("d"), kPopzVar, 0xB67FFFF9});
 }
 
 TEST(StatementScripts, ForWithoutBody) {
     CompileUnit* unit = Compiled("for (a = 1; b; c);");
-    ExpectWords(unit, {0xC00F0001, 0x4525FFF5, Ref("a"), kPushUnresolved, Ref("b"), kConvVarToBool, 0xB8000005,
-                       kPushUnresolved, Ref("c"), kPopzVar, 0xB67FFFF9});
+    ExpectWords(unit, {0xC00F0001, 0x4525FFF5, NameRef("a"), kPushUnresolved, NameRef("b"), kConvVarToBool, 0xB8000005,
+                       kPushUnresolved, NameRef("c"), kPopzVar, 0xB67FFFF9});
     ExpectPositions(unit, {0x00, 5, 0x00, 10});
 }
 
 TEST(StatementScripts, ForWithExpressionInitializerDiscardsItsValue) {
     CompileUnit* unit = Compiled("for (a; ; ) ;");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"), kPopzVar, 0xC00F0001, 0xB8000002, 0xB67FFFFE});
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"), kPopzVar, 0xC00F0001, 0xB8000002, 0xB67FFFFE});
 }
 
 TEST(StatementScripts, ForWithVarInitializerIsHoistedAndDeclaredAgainInPlace) {
     CompileUnit* unit = Compiled("for (var i = 0; ; ) {}");
     // Hoisted `var i` (at the for's position), then the for: declaration, store, loop.
-    ExpectWords(unit, {kDeclareLocal, Decl("i"),
-                       kDeclareLocal, Decl("i"), 0xC00F0000, 0x4525FFF4, Ref("i"),
+    ExpectWords(unit, {kDeclareLocal, NameDecl("i"),
+                       kDeclareLocal, NameDecl("i"), 0xC00F0000, 0x4525FFF4, NameRef("i"),
                        0xC00F0001, 0xB8000002, 0xB67FFFFE});
     ExpectPositions(unit, {0x00, 5, 0x08, 5, 0x08, 10, 0x24, 23});
     EXPECT_EQ(VarRecords(unit), (std::vector<std::string>{"i 2 0x0", "i 2 0x8", "i 2 0x14"}));
@@ -257,8 +249,8 @@ TEST(StatementScripts, BreakAndContinueInForReachEndAndIteration) {
     CompileUnit* unit = Compiled("for (; a; b) { continue; break; }");
     // startfor: push.v a; conv; bf endfor; b iteratefor; b endfor; iteratefor: push.v b; popz;
     // b startfor; endfor:
-    ExpectWords(unit, {kPushUnresolved, Ref("a"), kConvVarToBool, 0xB8000007, 0xB6000002, 0xB6000005,
-                       kPushUnresolved, Ref("b"), kPopzVar, 0xB67FFFF7});
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"), kConvVarToBool, 0xB8000007, 0xB6000002, 0xB6000005,
+                       kPushUnresolved, NameRef("b"), kPopzVar, 0xB67FFFF7});
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -266,15 +258,15 @@ TEST(StatementScripts, BreakAndContinueInForReachEndAndIteration) {
 
 TEST(StatementScripts, ForInWithPlainIdentifier) {
     CompileUnit* unit = Compiled("for (k in o) a;");
-    ExpectWords(unit, {kPushUnresolved, Ref("o"),                                   // 0x00 object
-                       kCall1, Name("@@ForInIterator@@"),                           // 0x08
+    ExpectWords(unit, {kPushUnresolved, NameRef("o"),                                   // 0x00 object
+                       kCall1, NameId("@@ForInIterator@@"),                           // 0x08
                        kDupVar, kForInTest, 0xB700000D,                             // 0x10 bt endforin
-                       kDupVar, kCall1, Name("@@ForInIteratorGetNext@@"), kDupVar,  // 0x1C startforin
-                       0x4555FFF5, Ref("k"),                                        // 0x2C store k (unresolved)
+                       kDupVar, kCall1, NameId("@@ForInIteratorGetNext@@"), kDupVar,  // 0x1C startforin
+                       0x4555FFF5, NameRef("k"),                                        // 0x2C store k (unresolved)
                        kForInTest, 0xB7000005,                                      // 0x34 bt endforin
-                       kPushUnresolved, Ref("a"), kPopzVar,                         // 0x3C body
+                       kPushUnresolved, NameRef("a"), kPopzVar,                         // 0x3C body
                        0xB67FFFF5,                                                  // 0x48 b startforin
-                       kCall1, Name("@@ForInIteratorDelete@@"), kPopzVar});         // 0x4C endforin
+                       kCall1, NameId("@@ForInIteratorDelete@@"), kPopzVar});         // 0x4C endforin
     ExpectPositions(unit, {0x00, 5, 0x3C, 16});
     EXPECT_EQ(VarRecords(unit), (std::vector<std::string>{"o 0 0x0", "k 0 0x2c", "a 0 0x3c"}));
     EXPECT_EQ(FuncRecords(unit), (std::vector<std::string>{"@@ForInIterator@@ 0 0x8", "@@ForInIteratorGetNext@@ 0 0x20",
@@ -284,17 +276,17 @@ TEST(StatementScripts, ForInWithPlainIdentifier) {
 
 TEST(StatementScripts, ForInWithVarDeclaresTheVariableAndStoresItAsLocal) {
     CompileUnit* unit = Compiled("for (var k in o) a;");
-    ExpectWords(unit, {kDeclareLocal, Decl("k"),                                    // 0x00 hoisted var k
-                       kDeclareLocal, Ref("k"),                                     // 0x08 the loop's own (0xA)
-                       kPushUnresolved, Ref("o"),                                   // 0x10
-                       kCall1, Name("@@ForInIterator@@"),                           // 0x18
+    ExpectWords(unit, {kDeclareLocal, NameDecl("k"),                                    // 0x00 hoisted var k
+                       kDeclareLocal, NameRef("k"),                                     // 0x08 the loop's own (0xA)
+                       kPushUnresolved, NameRef("o"),                                   // 0x10
+                       kCall1, NameId("@@ForInIterator@@"),                           // 0x18
                        kDupVar, kForInTest, 0xB700000D,                             // 0x20
-                       kDupVar, kCall1, Name("@@ForInIteratorGetNext@@"), kDupVar,  // 0x2C startforin
-                       0x4555FFF4, Ref("k"),                                        // 0x3C store k (local)
+                       kDupVar, kCall1, NameId("@@ForInIteratorGetNext@@"), kDupVar,  // 0x2C startforin
+                       0x4555FFF4, NameRef("k"),                                        // 0x3C store k (local)
                        kForInTest, 0xB7000005,                                      // 0x44
-                       kPushUnresolved, Ref("a"), kPopzVar,                         // 0x4C body
+                       kPushUnresolved, NameRef("a"), kPopzVar,                         // 0x4C body
                        0xB67FFFF5,                                                  // 0x58
-                       kCall1, Name("@@ForInIteratorDelete@@"), kPopzVar});         // 0x5C endforin
+                       kCall1, NameId("@@ForInIteratorDelete@@"), kPopzVar});         // 0x5C endforin
     ExpectPositions(unit, {0x00, 5, 0x08, 5, 0x4C, 20});
     EXPECT_EQ(VarRecords(unit), (std::vector<std::string>{"k 2 0x0", "k 2 0x8", "o 0 0x10", "k 2 0x3c", "a 0 0x4c"}));
     ExpectRootRecord(unit, "k=k", 4);
@@ -317,20 +309,20 @@ TEST(StatementScripts, BreakAndContinueInForInReachEndAndNextIteration) {
 
 TEST(StatementScripts, SwitchTestsEveryCaseThenBranchesToDefaultThenToTheEnd) {
     CompileUnit* unit = Compiled("switch (a) { case 1: b; break; default: c; }");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"),                 // 0x00 discriminant (.v)
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"),                 // 0x00 discriminant (.v)
                        kDupVar, 0xC00F0001, 0x15520E00, 0xB7000003,  // 0x08 case 1: bt case
                        0xB6000006,                                // 0x18 b default
                        0xB6000008,                                // 0x1C b endSwitch
-                       kPushUnresolved, Ref("b"), kPopzVar,       // 0x20 case:
+                       kPushUnresolved, NameRef("b"), kPopzVar,       // 0x20 case:
                        0xB6000004,                                // 0x2C break
-                       kPushUnresolved, Ref("c"), kPopzVar,       // 0x30 default:
+                       kPushUnresolved, NameRef("c"), kPopzVar,       // 0x30 default:
                        kPopzVar});                                // 0x3C endSwitch: startSwitch:
     ExpectPositions(unit, {0x00, 8, 0x20, 24, 0x2C, 31, 0x30, 43});
 }
 
 TEST(StatementScripts, SwitchWithoutDefaultAndContinueLandingOnTheFinalPop) {
     CompileUnit* unit = Compiled("switch (a) { case 1: continue; }");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"), kDupVar, 0xC00F0001, 0x15520E00, 0xB7000002,
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"), kDupVar, 0xC00F0001, 0x15520E00, 0xB7000002,
                        0xB6000002,  // 0x18 b endSwitch
                        0xB6000001,  // 0x1C continue: b startSwitch
                        kPopzVar});  // 0x20
@@ -340,19 +332,19 @@ TEST(StatementScripts, SwitchWithoutDefaultAndContinueLandingOnTheFinalPop) {
 TEST(StatementScripts, SwitchOnAConstantDuplicatesAndPopsWithItsType) {
     CompileUnit* unit = Compiled("switch (1) { case 'x': }");
     // dup.i; push.s "x"; set with first type .i and second .s: 0x15 | ((2 << 4 | 6) << 16).
-    ExpectWords(unit, {0xC00F0001, 0x86020000, 0xC0060000, Name("x"), 0x15260E00, 0xB7000002, 0xB6000001,
+    ExpectWords(unit, {0xC00F0001, 0x86020000, 0xC0060000, NameId("x"), 0x15260E00, 0xB7000002, 0xB6000001,
                        0x9E020000});
     EXPECT_EQ(StringRecords(unit), (std::vector<std::string>{"x 0 0xc"}));
 }
 
 TEST(StatementScripts, DefaultFirstIsStillBranchedToAfterTheCases) {
     CompileUnit* unit = Compiled("switch (a) { default: b; case 2: c; }");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"),
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"),
                        kDupVar, 0xC00F0002, 0x15520E00, 0xB7000006,  // 0x08: bt case (0x2C)
                        0xB6000002,                                   // 0x18: b default (0x20)
                        0xB6000007,                                   // 0x1C: b endSwitch (0x38)
-                       kPushUnresolved, Ref("b"), kPopzVar,          // 0x20 default (falls through)
-                       kPushUnresolved, Ref("c"), kPopzVar,          // 0x2C case
+                       kPushUnresolved, NameRef("b"), kPopzVar,          // 0x20 default (falls through)
+                       kPushUnresolved, NameRef("c"), kPopzVar,          // 0x2C case
                        kPopzVar});                                   // 0x38
 }
 
@@ -361,8 +353,8 @@ TEST(StatementScripts, DefaultFirstIsStillBranchedToAfterTheCases) {
 
 TEST(StatementScripts, LabelOfTheOuterLoopTakesContinueAndBreakOutOfTheInnerLoop) {
     CompileUnit* unit = Compiled("outer: while (a) { while (b) { continue outer; break outer; } }");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"), kConvVarToBool, 0xB8000009,  // 0x00 outer loop
-                       kPushUnresolved, Ref("b"), kConvVarToBool, 0xB8000004,  // 0x10 inner loop
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"), kConvVarToBool, 0xB8000009,  // 0x00 outer loop
+                       kPushUnresolved, NameRef("b"), kConvVarToBool, 0xB8000004,  // 0x10 inner loop
                        0xB67FFFF8,                                             // 0x20 continue outer -> 0x00
                        0xB6000003,                                             // 0x24 break outer -> 0x30
                        0xB67FFFFA,                                             // 0x28 b inner start
@@ -372,8 +364,8 @@ TEST(StatementScripts, LabelOfTheOuterLoopTakesContinueAndBreakOutOfTheInnerLoop
 
 TEST(StatementScripts, LabelInsideALoopHasDepthOneAndReachesTheSecondTargets) {
     CompileUnit* unit = Compiled("while (a) { l: while (b) { break l; } }");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"), kConvVarToBool, 0xB8000008,  // 0x00
-                       kPushUnresolved, Ref("b"), kConvVarToBool, 0xB8000003,  // 0x10
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"), kConvVarToBool, 0xB8000008,  // 0x00
+                       kPushUnresolved, NameRef("b"), kConvVarToBool, 0xB8000003,  // 0x10
                        0xB6000002,                                             // 0x20 break l -> 0x28
                        0xB67FFFFB,                                             // 0x24
                        0xB67FFFF6});                                           // 0x28
@@ -383,7 +375,7 @@ TEST(StatementScripts, LabelInsideALoopHasDepthOneAndReachesTheSecondTargets) {
 TEST(StatementScripts, LabelOnABlockTakesTheTargetsOfTheLoopInsideIt) {
     // The label's depth is 0, so its targets are the oldest entries: the inner loop's.
     CompileUnit* unit = Compiled("l: { while (a) { continue l; break l; } }");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"), kConvVarToBool, 0xB8000004,
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"), kConvVarToBool, 0xB8000004,
                        0xB67FFFFC,   // 0x10 continue l -> startwhile
                        0xB6000002,   // 0x14 break l -> endwhile
                        0xB67FFFFA});
@@ -392,7 +384,7 @@ TEST(StatementScripts, LabelOnABlockTakesTheTargetsOfTheLoopInsideIt) {
 
 TEST(StatementScripts, LabelDefinedBeforeALaterLoopIsFoundByDepth) {
     CompileUnit* unit = Compiled("l: ;\nwhile (a) { break l; }");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"), kConvVarToBool, 0xB8000003, 0xB6000002, 0xB67FFFFB});
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"), kConvVarToBool, 0xB8000003, 0xB6000002, 0xB67FFFFB});
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -400,8 +392,8 @@ TEST(StatementScripts, LabelDefinedBeforeALaterLoopIsFoundByDepth) {
 
 TEST(StatementScripts, ReturnAndThrowAtTopLevel) {
     CompileUnit* unit = Compiled("throw a; throw 1; return 1; return;");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"), kCall1, Name("@@throw@@"),   // 0x00
-                       0xC00F0001, 0x07520000, kCall1, Name("@@throw@@"),       // 0x10
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"), kCall1, NameId("@@throw@@"),   // 0x00
+                       0xC00F0001, 0x07520000, kCall1, NameId("@@throw@@"),       // 0x10
                        0xC00F0001, 0x07520000, 0x9C050000,                      // 0x20 ret.v
                        0x9C0F0000});                                            // 0x2C ret
     ExpectPositions(unit, {0x00, 7, 0x10, 16, 0x20, 26, 0x2C, 36});
@@ -411,11 +403,11 @@ TEST(StatementScripts, ReturnAndThrowAtTopLevel) {
 TEST(StatementScripts, VarWithAndWithoutInitialisersAfterHoisting) {
     CompileUnit* unit = Compiled("var a, b = 2;");
     // Hoisted: var b, var a (b was collected last, so it stands first); then the statement.
-    ExpectWords(unit, {kDeclareLocal, Decl("b"), kDeclareLocal, Decl("a"),   // 0x00, 0x08
-                       kDeclareLocal, Decl("a"), kDeclareLocal, Decl("b"),   // 0x10, 0x18
-                       0xC00F0002, 0x4525FFF4, Ref("b")});                   // 0x20 b = 2
-    EXPECT_EQ(Name("b"), 3u);
-    EXPECT_EQ(Name("a"), 4u);
+    ExpectWords(unit, {kDeclareLocal, NameDecl("b"), kDeclareLocal, NameDecl("a"),   // 0x00, 0x08
+                       kDeclareLocal, NameDecl("a"), kDeclareLocal, NameDecl("b"),   // 0x10, 0x18
+                       0xC00F0002, 0x4525FFF4, NameRef("b")});                   // 0x20 b = 2
+    EXPECT_EQ(NameId("b"), 3u);
+    EXPECT_EQ(NameId("a"), 4u);
     ExpectPositions(unit, {0x00, 5, 0x08, 5, 0x10, 5});
     EXPECT_EQ(VarRecords(unit), (std::vector<std::string>{"b 2 0x0", "a 2 0x8", "a 2 0x10", "b 2 0x18", "b 2 0x24"}));
     // Buckets: b is in 6, a in 12. The store looked b up, which clears bit 4.
@@ -429,10 +421,10 @@ TEST(StatementScripts, VarInsideAFunctionIsNotHoisted) {
     ASSERT_GE(words.size(), 7u);
     EXPECT_EQ(words[0], 0xB6000007u);
     EXPECT_EQ(words[1], kPushUnresolved);
-    EXPECT_EQ(words[2], Ref("a"));
+    EXPECT_EQ(words[2], NameRef("a"));
     EXPECT_EQ(words[3], kPopzVar);
     EXPECT_EQ(words[4], kDeclareLocal);
-    EXPECT_EQ(words[5], Decl("a"));
+    EXPECT_EQ(words[5], NameDecl("a"));
     EXPECT_EQ(words[6], 0x9C0F0000u);
 }
 
@@ -442,14 +434,14 @@ TEST(StatementScripts, VarInsideAFunctionIsNotHoisted) {
 TEST(StatementScripts, TopLevelFunctionDeclarationWithParametersLocalsAndReturn) {
     CompileUnit* unit = Compiled("function f(p, q) { var v = p; return v; }");
     ExpectWords(unit, {0xB600000B,                                 // 0x00 b endfunc
-                       kDeclareLocal, Decl("v"),                   // 0x04 var v
+                       kDeclareLocal, NameDecl("v"),                   // 0x04 var v
                        0xC005FFF3, 0xA0000000,                     // 0x0C p: argument depth 0 slot 0
-                       0x4555FFF4, Ref("v"),                       // 0x14 store v
-                       kPushLocal, Ref("v"), 0x9C050000,           // 0x1C return v
+                       0x4555FFF4, NameRef("v"),                       // 0x14 store v
+                       kPushLocal, NameRef("v"), 0x9C050000,           // 0x1C return v
                        0x9C0F0000,                                 // 0x28 endcompile: ret
-                       0xC0020000, Name("f"), 0x07520000,          // 0x2C endfunc: push.i f; conv.i.v
-                       kCall1, Name("@@script_ref@@"),             // 0x38
-                       0x4555FFF5, Decl("f")});                    // 0x40 top-level: self
+                       0xC0020000, NameId("f"), 0x07520000,          // 0x2C endfunc: push.i f; conv.i.v
+                       kCall1, NameId("@@script_ref@@"),             // 0x38
+                       0x4555FFF5, NameDecl("f")});                    // 0x40 top-level: self
     ExpectPositions(unit, {0x00, 10, 0x04, 20, 0x04, 24, 0x1C, 38});
     EXPECT_EQ(VarRecords(unit), (std::vector<std::string>{"v 2 0x4", "v 2 0x14", "v 2 0x1c", "f 3 0x40"}));
     EXPECT_EQ(FuncRecords(unit), (std::vector<std::string>{"f 0 0x2c", "@@script_ref@@ 0 0x38"}));
@@ -465,9 +457,9 @@ TEST(StatementScripts, FunctionDeclarationOutsideTopLevelModeIsDeclaredAsALocal)
     Words words = UnitWords(unit);
     ASSERT_EQ(words.size(), 20u);
     EXPECT_EQ(words[16], kDeclareLocal);
-    EXPECT_EQ(words[17], Decl("f"));
+    EXPECT_EQ(words[17], NameDecl("f"));
     EXPECT_EQ(words[18], 0x4555FFF4u);
-    EXPECT_EQ(words[19], Decl("f"));
+    EXPECT_EQ(words[19], NameDecl("f"));
     EXPECT_EQ(VarRecords(unit), (std::vector<std::string>{"v 2 0x4", "v 2 0x14", "v 2 0x1c", "f 2 0x40", "f 2 0x48"}));
     ExpectRootRecord(unit, "f=f", 4);
     ExpectFunction(unit, 1, {"f", "f", 4, {"p", "q"}, "f@arguments=arguments,f@q=q,f@v=v,f@p=p", 0});
@@ -476,20 +468,20 @@ TEST(StatementScripts, FunctionDeclarationOutsideTopLevelModeIsDeclaredAsALocal)
 TEST(StatementScripts, NestedFunctionUsingAParameterAndAVariableOfItsParent) {
     CompileUnit* unit = Compiled("function outer(a) {\n  var x;\n  function inner() {\n    a;\n    return x;\n  }\n}\n");
     ExpectWords(unit, {0xB6000015,                                   // 0x00 b endfunc (outer)
-                       kDeclareLocal, Decl("x"),                     // 0x04 var x
+                       kDeclareLocal, NameDecl("x"),                     // 0x04 var x
                        0xB6000008,                                   // 0x0C b endfunc (inner)
                        0xC005FFF3, 0xA0000100,                       // 0x10 a: depth 1, slot 0
                        kPopzVar,                                     // 0x18
-                       kPushLocal, Ref("x"), 0x9C050000,             // 0x1C return x
+                       kPushLocal, NameRef("x"), 0x9C050000,             // 0x1C return x
                        0x9C0F0000,                                   // 0x28 ret (inner)
-                       0xC0020000, Name("outer@inner"), 0x07520000,  // 0x2C
-                       kCall1, Name("@@script_ref@@"),               // 0x38
-                       kDeclareLocal, Decl("inner"),                 // 0x40 inner is a local of outer
-                       0x4555FFF4, Decl("inner"),                    // 0x48
+                       0xC0020000, NameId("outer@inner"), 0x07520000,  // 0x2C
+                       kCall1, NameId("@@script_ref@@"),               // 0x38
+                       kDeclareLocal, NameDecl("inner"),                 // 0x40 inner is a local of outer
+                       0x4555FFF4, NameDecl("inner"),                    // 0x48
                        0x9C0F0000,                                   // 0x50 ret (outer)
-                       0xC0020000, Name("outer"), 0x07520000,        // 0x54
-                       kCall1, Name("@@script_ref@@"),               // 0x60
-                       0x4555FFF5, Decl("outer")});                  // 0x68
+                       0xC0020000, NameId("outer"), 0x07520000,        // 0x54
+                       kCall1, NameId("@@script_ref@@"),               // 0x60
+                       0x4555FFF5, NameDecl("outer")});                  // 0x68
     ExpectPositions(unit, {0x00, 10, 0x04, 21, 0x04, 27, 0x0C, 41, 0x10, 51, 0x10, 57, 0x1C, 69});
     EXPECT_EQ(VarRecords(unit), (std::vector<std::string>{"x 2 0x4", "x 2 0x1c", "inner 2 0x40", "inner 2 0x48",
                                                           "outer 3 0x68"}));
@@ -512,16 +504,16 @@ TEST(StatementScripts, TryCatchFinallyPatchesBothHookOperandsWithByteOffsets) {
     CompileUnit* unit = Compiled("try { a; } catch (e) { b; } finally { c; }");
     ExpectWords(unit, {0xC0020000, 0x00000054, 0x07520000,                // 0x00 finally at 0x54
                        0xC0020000, 0x00000030, 0x07520000,                // 0x0C catch at 0x30
-                       0xD9020002, Name("@@try_hook@@"),                  // 0x18
-                       kPushUnresolved, Ref("a"), kPopzVar,               // 0x20 try block
+                       0xD9020002, NameId("@@try_hook@@"),                  // 0x18
+                       kPushUnresolved, NameRef("a"), kPopzVar,               // 0x20 try block
                        0xB600000A,                                        // 0x2C b finally
-                       0x4555FFF5, Ref("e"),                              // 0x30 catch: store e
-                       kCall0, Name("@@try_unhook@@"),                    // 0x38
-                       kPushUnresolved, Ref("b"), kPopzVar,               // 0x40
-                       kCall0, Name("@@finish_catch@@"),                  // 0x4C
-                       kCall0, Name("@@try_unhook@@"),                    // 0x54 finally:
-                       kPushUnresolved, Ref("c"), kPopzVar,               // 0x5C
-                       kCall0, Name("@@finish_finally@@")});              // 0x68
+                       0x4555FFF5, NameRef("e"),                              // 0x30 catch: store e
+                       kCall0, NameId("@@try_unhook@@"),                    // 0x38
+                       kPushUnresolved, NameRef("b"), kPopzVar,               // 0x40
+                       kCall0, NameId("@@finish_catch@@"),                  // 0x4C
+                       kCall0, NameId("@@try_unhook@@"),                    // 0x54 finally:
+                       kPushUnresolved, NameRef("c"), kPopzVar,               // 0x5C
+                       kCall0, NameId("@@finish_finally@@")});              // 0x68
     ExpectPositions(unit, {0x00, 5, 0x20, 7, 0x20, 9, 0x40, 24, 0x40, 26, 0x5C, 39, 0x5C, 41});
     EXPECT_EQ(VarRecords(unit), (std::vector<std::string>{"a 0 0x20", "e 0 0x30", "b 0 0x40", "c 0 0x5c"}));
     EXPECT_EQ(FuncRecords(unit),
@@ -532,29 +524,29 @@ TEST(StatementScripts, TryCatchFinallyPatchesBothHookOperandsWithByteOffsets) {
 TEST(StatementScripts, TryFinallyPatchesOnlyTheFirstHookOperand) {
     CompileUnit* unit = Compiled("try { a; } finally { c; }");
     ExpectWords(unit, {0xC0020000, 0x0000002C, 0x07520000, 0xC0020000, 0xFFFFFFFF, 0x07520000,
-                       0xD9020002, Name("@@try_hook@@"),
-                       kPushUnresolved, Ref("a"), kPopzVar,   // 0x20
-                       kCall0, Name("@@try_unhook@@"),        // 0x2C finally:
-                       kPushUnresolved, Ref("c"), kPopzVar,   // 0x34
-                       kCall0, Name("@@finish_finally@@")});  // 0x40
+                       0xD9020002, NameId("@@try_hook@@"),
+                       kPushUnresolved, NameRef("a"), kPopzVar,   // 0x20
+                       kCall0, NameId("@@try_unhook@@"),        // 0x2C finally:
+                       kPushUnresolved, NameRef("c"), kPopzVar,   // 0x34
+                       kCall0, NameId("@@finish_finally@@")});  // 0x40
     ExpectPositions(unit, {0x00, 5, 0x20, 7, 0x20, 9, 0x34, 22, 0x34, 24});
 }
 
 TEST(StatementScripts, TryCatchPatchesOnlyTheSecondHookOperand) {
     CompileUnit* unit = Compiled("try { a; } catch (e) { b; }");
     ExpectWords(unit, {0xC0020000, 0xFFFFFFFF, 0x07520000, 0xC0020000, 0x00000030, 0x07520000,
-                       0xD9020002, Name("@@try_hook@@"),
-                       kPushUnresolved, Ref("a"), kPopzVar, 0xB600000A,
-                       0x4555FFF5, Ref("e"), kCall0, Name("@@try_unhook@@"),
-                       kPushUnresolved, Ref("b"), kPopzVar, kCall0, Name("@@finish_catch@@"),
-                       kCall0, Name("@@try_unhook@@")});
+                       0xD9020002, NameId("@@try_hook@@"),
+                       kPushUnresolved, NameRef("a"), kPopzVar, 0xB600000A,
+                       0x4555FFF5, NameRef("e"), kCall0, NameId("@@try_unhook@@"),
+                       kPushUnresolved, NameRef("b"), kPopzVar, kCall0, NameId("@@finish_catch@@"),
+                       kCall0, NameId("@@try_unhook@@")});
     ExpectPositions(unit, {0x00, 5, 0x20, 7, 0x20, 9, 0x40, 24, 0x40, 26});
 }
 
 TEST(StatementScripts, TryWithoutClausesCompilesTheHookAndTheUnhook) {
     CompileUnit* unit = Compiled("try { }");
     ExpectWords(unit, {0xC0020000, 0xFFFFFFFF, 0x07520000, 0xC0020000, 0xFFFFFFFF, 0x07520000,
-                       0xD9020002, Name("@@try_hook@@"), kCall0, Name("@@try_unhook@@")});
+                       0xD9020002, NameId("@@try_hook@@"), kCall0, NameId("@@try_unhook@@")});
 }
 
 TEST(StatementScripts, CatchVariableOfAFunctionIsStoredAsItsLocal) {
@@ -566,7 +558,7 @@ TEST(StatementScripts, CatchVariableOfAFunctionIsStoredAsItsLocal) {
     EXPECT_EQ(words[7], 0x00000030u);  // catch at 0x30
     EXPECT_EQ(words[11], 0xB6000007u);  // -> finally at 0x48
     EXPECT_EQ(words[12], 0x4555FFF4u);
-    EXPECT_EQ(words[13], Ref("e"));
+    EXPECT_EQ(words[13], NameRef("e"));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -626,10 +618,10 @@ TEST(StatementScripts, ForInBodyReturningAValuePassesTheIteratorCheck) {
 TEST(HoistedScripts, SingleFunctionOutsideTopLevelModeGetsNoVarAndPrecedesTheCall) {
     CompileUnit* unit = Compiled("x(); function x(){}", false);
     ExpectWords(unit, {0xB6000002, 0x9C0F0000,                                   // 0x00 x's code
-                       0xC0020000, Name("x"), 0x07520000, kCall1, Name("@@script_ref@@"),
-                       kDeclareLocal, Decl("x"), 0x4555FFF4, Decl("x"),          // 0x1C local x
-                       kCall0, Name("@@GlobalScope@@"),                          // 0x2C x(): scope
-                       kPushLocal, Ref("x"),                                     // 0x34 the local x
+                       0xC0020000, NameId("x"), 0x07520000, kCall1, NameId("@@script_ref@@"),
+                       kDeclareLocal, NameDecl("x"), 0x4555FFF4, NameDecl("x"),          // 0x1C local x
+                       kCall0, NameId("@@GlobalScope@@"),                          // 0x2C x(): scope
+                       kPushLocal, NameRef("x"),                                     // 0x34 the local x
                        0x99050000, kPopzVar});                                   // 0x3C
     ExpectPositions(unit, {0x00, 15, 0x04, 20, 0x2C, 4});
     EXPECT_EQ(VarRecords(unit), (std::vector<std::string>{"x 2 0x1c", "x 2 0x24", "x 2 0x34"}));
@@ -640,10 +632,10 @@ TEST(HoistedScripts, SingleFunctionOutsideTopLevelModeGetsNoVarAndPrecedesTheCal
 TEST(HoistedScripts, SingleFunctionInTopLevelModeIsFoundByNameAtTheCall) {
     CompileUnit* unit = Compiled("x(); function x(){}", true);
     ExpectWords(unit, {0xB6000002, 0x9C0F0000,
-                       0xC0020000, Name("x"), 0x07520000, kCall1, Name("@@script_ref@@"),
-                       0x4555FFF5, Decl("x"),                                     // 0x1C self x
-                       kCall0, Name("@@GlobalScope@@"),                           // 0x24
-                       0xC0020000, Name("x"), 0x07520000, kCall1, Name("@@script_ref@@"),  // 0x2C
+                       0xC0020000, NameId("x"), 0x07520000, kCall1, NameId("@@script_ref@@"),
+                       0x4555FFF5, NameDecl("x"),                                     // 0x1C self x
+                       kCall0, NameId("@@GlobalScope@@"),                           // 0x24
+                       0xC0020000, NameId("x"), 0x07520000, kCall1, NameId("@@script_ref@@"),  // 0x2C
                        0x99050000, kPopzVar});                                    // 0x40
     EXPECT_EQ(FuncRecords(unit), (std::vector<std::string>{"x 0 0x8", "@@script_ref@@ 0 0x14",
                                                            "@@GlobalScope@@ 0 0x24", "@@script_ref@@ 0 0x38"}));
@@ -654,15 +646,15 @@ TEST(HoistedScripts, SingleFunctionInTopLevelModeIsFoundByNameAtTheCall) {
 TEST(HoistedScripts, TwoFunctionsOutsideTopLevelModeGiveTwoVarsForTheFirst) {
     CompileUnit* unit = Compiled("function f(){} function g(){}", false);
     // var f, var f, g, f: all the synthetic declarations at g's position.
-    ExpectWords(unit, {kDeclareLocal, Decl("f"), kDeclareLocal, Decl("f"),        // 0x00
+    ExpectWords(unit, {kDeclareLocal, NameDecl("f"), kDeclareLocal, NameDecl("f"),        // 0x00
                        0xB6000002, 0x9C0F0000,                                    // 0x10 g
-                       0xC0020000, Name("g"), 0x07520000, kCall1, Name("@@script_ref@@"),
-                       kDeclareLocal, Decl("g"), 0x4555FFF4, Decl("g"),           // 0x2C
+                       0xC0020000, NameId("g"), 0x07520000, kCall1, NameId("@@script_ref@@"),
+                       kDeclareLocal, NameDecl("g"), 0x4555FFF4, NameDecl("g"),           // 0x2C
                        0xB6000002, 0x9C0F0000,                                    // 0x3C f
-                       0xC0020000, Name("f"), 0x07520000, kCall1, Name("@@script_ref@@"),
-                       kDeclareLocal, Decl("f"), 0x4555FFF4, Decl("f")});         // 0x58
+                       0xC0020000, NameId("f"), 0x07520000, kCall1, NameId("@@script_ref@@"),
+                       kDeclareLocal, NameDecl("f"), 0x4555FFF4, NameDecl("f")});         // 0x58
     ExpectPositions(unit, {0x00, 25, 0x08, 25, 0x10, 25, 0x14, 30, 0x3C, 10, 0x40, 15});
-    EXPECT_EQ(Name("f"), 3u);
+    EXPECT_EQ(NameId("f"), 3u);
     ASSERT_EQ(unit->fourthCount, 3);
     // Buckets: g 9, f 15.
     ExpectRootRecord(unit, "g=g,f=f", 4);
@@ -673,11 +665,11 @@ TEST(HoistedScripts, TwoFunctionsOutsideTopLevelModeGiveTwoVarsForTheFirst) {
 TEST(HoistedScripts, TwoFunctionsInTopLevelModeAreOnlyReordered) {
     CompileUnit* unit = Compiled("function f(){} function g(){}", true);
     ExpectWords(unit, {0xB6000002, 0x9C0F0000,                                    // 0x00 g
-                       0xC0020000, Name("g"), 0x07520000, kCall1, Name("@@script_ref@@"),
-                       0x4555FFF5, Decl("g"),                                     // 0x1C
+                       0xC0020000, NameId("g"), 0x07520000, kCall1, NameId("@@script_ref@@"),
+                       0x4555FFF5, NameDecl("g"),                                     // 0x1C
                        0xB6000002, 0x9C0F0000,                                    // 0x24 f
-                       0xC0020000, Name("f"), 0x07520000, kCall1, Name("@@script_ref@@"),
-                       0x4555FFF5, Decl("f")});                                   // 0x40
+                       0xC0020000, NameId("f"), 0x07520000, kCall1, NameId("@@script_ref@@"),
+                       0x4555FFF5, NameDecl("f")});                                   // 0x40
     ExpectPositions(unit, {0x00, 25, 0x04, 30, 0x24, 10, 0x28, 15});
     EXPECT_EQ(VarRecords(unit), (std::vector<std::string>{"g 3 0x1c", "f 3 0x40"}));
 }
@@ -688,10 +680,10 @@ TEST(HoistedScripts, ThreeFunctionsOutsideTopLevelModeDeclareAllButTheLast) {
     Words words = UnitWords(unit);
     ASSERT_EQ(words.size(), 41u);
     EXPECT_EQ((Words{words[0], words[1], words[2], words[3], words[4], words[5], words[6], words[7]}),
-              (Words{kDeclareLocal, Decl("g"), kDeclareLocal, Decl("f"), kDeclareLocal, Decl("f"), kDeclareLocal,
-                     Decl("g")}));
-    EXPECT_EQ(Name("g"), 3u);
-    EXPECT_EQ(Name("f"), 4u);
+              (Words{kDeclareLocal, NameDecl("g"), kDeclareLocal, NameDecl("f"), kDeclareLocal, NameDecl("f"), kDeclareLocal,
+                     NameDecl("g")}));
+    EXPECT_EQ(NameId("g"), 3u);
+    EXPECT_EQ(NameId("f"), 4u);
     ExpectPositions(unit, {0x00, 40, 0x08, 40, 0x10, 40, 0x18, 40, 0x20, 40, 0x24, 45, 0x4C, 25, 0x50, 30, 0x78,
                            10, 0x7C, 15});
     ASSERT_EQ(unit->fourthCount, 4);
@@ -705,27 +697,27 @@ TEST(HoistedScripts, ThreeFunctionsOutsideTopLevelModeDeclareAllButTheLast) {
 
 TEST(HoistedScripts, FunctionAtTheHeadOutsideTopLevelModeStillGetsItsVarsInFront) {
     CompileUnit* unit = Compiled("function f(){} var a;", false);
-    ExpectWords(unit, {kDeclareLocal, Decl("a"),                                  // hoisted var a
+    ExpectWords(unit, {kDeclareLocal, NameDecl("a"),                                  // hoisted var a
                        0xB6000002, 0x9C0F0000,
-                       0xC0020000, Name("f"), 0x07520000, kCall1, Name("@@script_ref@@"),
-                       kDeclareLocal, Decl("f"), 0x4555FFF4, Decl("f"),
-                       kDeclareLocal, Decl("a")});
+                       0xC0020000, NameId("f"), 0x07520000, kCall1, NameId("@@script_ref@@"),
+                       kDeclareLocal, NameDecl("f"), 0x4555FFF4, NameDecl("f"),
+                       kDeclareLocal, NameDecl("a")});
     ExpectPositions(unit, {0x00, 10, 0x08, 10, 0x0C, 15, 0x34, 20});
 }
 
 TEST(HoistedScripts, VarsInNestedBlocksAreCollectedInOrderButNotThoseInFunctions) {
     CompileUnit* unit = Compiled("if (c) { var a = 1; } var b; function h() { var z; }");
-    ExpectWords(unit, {kDeclareLocal, Decl("b"), kDeclareLocal, Decl("a"),        // 0x00 hoisted
-                       0xB6000004, kDeclareLocal, Decl("z"), 0x9C0F0000,          // 0x10 h
-                       0xC0020000, Name("h"), 0x07520000, kCall1, Name("@@script_ref@@"),
-                       0x4555FFF5, Decl("h"),                                     // 0x34
-                       kPushUnresolved, Ref("c"), kConvVarToBool, 0xB8000006,     // 0x3C if
-                       kDeclareLocal, Decl("a"), 0xC00F0001, 0x4525FFF4, Ref("a"),  // 0x4C
-                       kDeclareLocal, Decl("b")});                                // 0x60
+    ExpectWords(unit, {kDeclareLocal, NameDecl("b"), kDeclareLocal, NameDecl("a"),        // 0x00 hoisted
+                       0xB6000004, kDeclareLocal, NameDecl("z"), 0x9C0F0000,          // 0x10 h
+                       0xC0020000, NameId("h"), 0x07520000, kCall1, NameId("@@script_ref@@"),
+                       0x4555FFF5, NameDecl("h"),                                     // 0x34
+                       kPushUnresolved, NameRef("c"), kConvVarToBool, 0xB8000006,     // 0x3C if
+                       kDeclareLocal, NameDecl("a"), 0xC00F0001, 0x4525FFF4, NameRef("a"),  // 0x4C
+                       kDeclareLocal, NameDecl("b")});                                // 0x60
     ExpectPositions(unit, {0x00, 39, 0x08, 39, 0x10, 39, 0x14, 45, 0x14, 49, 0x3C, 4, 0x4C, 10, 0x4C, 14,
                            0x60, 27});
-    EXPECT_EQ(Name("b"), 3u);
-    EXPECT_EQ(Name("a"), 4u);
+    EXPECT_EQ(NameId("b"), 3u);
+    EXPECT_EQ(NameId("a"), 4u);
     EXPECT_EQ(NameIndex("h@z") >= 0, true);
     ExpectRootRecord(unit, "b=b,a=a", 0);
     // Buckets: z 0, arguments 1.
@@ -734,8 +726,8 @@ TEST(HoistedScripts, VarsInNestedBlocksAreCollectedInOrderButNotThoseInFunctions
 
 TEST(HoistedScripts, DuplicateVarsAreAllDeclared) {
     CompileUnit* unit = Compiled("var a; var a;");
-    ExpectWords(unit, {kDeclareLocal, Decl("a"), kDeclareLocal, Decl("a"), kDeclareLocal, Decl("a"), kDeclareLocal,
-                       Decl("a")});
+    ExpectWords(unit, {kDeclareLocal, NameDecl("a"), kDeclareLocal, NameDecl("a"), kDeclareLocal, NameDecl("a"), kDeclareLocal,
+                       NameDecl("a")});
     ExpectPositions(unit, {0x00, 5, 0x08, 5, 0x10, 5, 0x18, 12});
     ExpectRootRecord(unit, "a=a", 4);
 }
@@ -746,8 +738,8 @@ TEST(HoistedScripts, VarsInsideLoopsSwitchesAndTryAreCollected) {
     // Collected w, s, t, m; inserted in that order, so m stands first.
     ASSERT_GE(words.size(), 8u);
     EXPECT_EQ((Words{words[0], words[1], words[2], words[3], words[4], words[5], words[6], words[7]}),
-              (Words{kDeclareLocal, Decl("m"), kDeclareLocal, Decl("t"), kDeclareLocal, Decl("s"), kDeclareLocal,
-                     Decl("w")}));
+              (Words{kDeclareLocal, NameDecl("m"), kDeclareLocal, NameDecl("t"), kDeclareLocal, NameDecl("s"), kDeclareLocal,
+                     NameDecl("w")}));
 }
 
 TEST(HoistedScripts, EmptyProgramHasNoCodeAndNoPositions) {
@@ -763,18 +755,18 @@ TEST(HoistedScripts, EmptyProgramHasNoCodeAndNoPositions) {
 
 TEST(StatementScripts, IfAndWhileWithEmptyBodiesCompileNothingForThem) {
     CompileUnit* unit = Compiled("if (a); while (b);");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"), kConvVarToBool, 0xB8000001,              // else: right after
-                       kPushUnresolved, Ref("b"), kConvVarToBool, 0xB8000002, 0xB67FFFFC});
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"), kConvVarToBool, 0xB8000001,              // else: right after
+                       kPushUnresolved, NameRef("b"), kConvVarToBool, 0xB8000002, 0xB67FFFFC});
 }
 
 TEST(StatementScripts, ThrowWithoutValueConvertsTheEmptyTypeStack) {
     CompileUnit* unit = Compiled("throw;");
-    ExpectWords(unit, {0x075F0000, kCall1, Name("@@throw@@")});
+    ExpectWords(unit, {0x075F0000, kCall1, NameId("@@throw@@")});
 }
 
 TEST(StatementScripts, DeleteStatementStoresTypeEightAndDiscards) {
     CompileUnit* unit = Compiled("delete a;");
-    ExpectWords(unit, {0x4585FFF5, Ref("a"), kPopzVar});
+    ExpectWords(unit, {0x4585FFF5, NameRef("a"), kPopzVar});
 }
 
 TEST(StatementScripts, WithIsNotAStatementTheCompilerKnows) {
@@ -797,9 +789,9 @@ TEST(StatementScripts, ParenthesisedFunctionExpressionStatementIsHoistedAndCompi
     // The statement's node is the function node itself; its name slot is the placeholder "(".
     CompileUnit* unit = Compiled("x; (function () {});");
     ExpectWords(unit, {0xB6000002, 0x9C0F0000,
-                       0xC0020000, Name("("), 0x07520000, kCall1, Name("@@script_ref@@"),
-                       0x4555FFF5, Decl("("),
-                       kPushUnresolved, Ref("x"), kPopzVar});
+                       0xC0020000, NameId("("), 0x07520000, kCall1, NameId("@@script_ref@@"),
+                       0x4555FFF5, NameDecl("("),
+                       kPushUnresolved, NameRef("x"), kPopzVar});
 }
 
 TEST(StatementScripts, ArgumentsInsideAFunctionSetsBitOneAndClearsBitFour) {
@@ -833,12 +825,12 @@ TEST(StatementScripts, ArgumentsOfAnInnerFunctionIsItsOwn) {
 TEST(StatementScripts, ContinueInsideAFunctionInsideALoopTakesTheLoopsTarget) {
     // A function pushes only a break target, so `continue` in its body finds the loop around it.
     CompileUnit* unit = Compiled("while (a) { function f() { continue; } }");
-    ExpectWords(unit, {kPushUnresolved, Ref("a"), kConvVarToBool, 0xB800000C,    // 0x00
+    ExpectWords(unit, {kPushUnresolved, NameRef("a"), kConvVarToBool, 0xB800000C,    // 0x00
                        0xB6000003,                                              // 0x10 b endfunc
                        0xB67FFFFB,                                              // 0x14 continue -> 0x00
                        0x9C0F0000,                                              // 0x18
-                       0xC0020000, Name("f"), 0x07520000, kCall1, Name("@@script_ref@@"),
-                       0x4555FFF5, Decl("f"),                                   // 0x30
+                       0xC0020000, NameId("f"), 0x07520000, kCall1, NameId("@@script_ref@@"),
+                       0x4555FFF5, NameDecl("f"),                                   // 0x30
                        0xB67FFFF2});                                            // 0x38
 }
 
@@ -847,7 +839,7 @@ TEST(HoistedScripts, VarsOfAForHeadComeBeforeThoseOfItsBody) {
     Words words = UnitWords(unit);
     ASSERT_GE(words.size(), 4u);
     // Collected i, j: j ends in front.
-    EXPECT_EQ((Words{words[0], words[1], words[2], words[3]}), (Words{kDeclareLocal, Decl("j"), kDeclareLocal, Decl("i")}));
+    EXPECT_EQ((Words{words[0], words[1], words[2], words[3]}), (Words{kDeclareLocal, NameDecl("j"), kDeclareLocal, NameDecl("i")}));
 }
 
 TEST(HoistedScripts, AnyNonZeroFlagSelectsTopLevelMode) {
@@ -856,8 +848,8 @@ TEST(HoistedScripts, AnyNonZeroFlagSelectsTopLevelMode) {
     ASSERT_EQ(unit->status, 0);
     VeltJS_Compile(unit, 2);
     ASSERT_EQ(unit->status, 0);
-    ExpectWords(unit, {0xB6000002, 0x9C0F0000, 0xC0020000, Name("f"), 0x07520000, kCall1, Name("@@script_ref@@"),
-                       0x4555FFF5, Decl("f")});
+    ExpectWords(unit, {0xB6000002, 0x9C0F0000, 0xC0020000, NameId("f"), 0x07520000, kCall1, NameId("@@script_ref@@"),
+                       0x4555FFF5, NameDecl("f")});
 }
 
 TEST(HoistedScripts, SecondCompileOfAUnitStartsFromTheParsersFirstStatement) {
@@ -866,12 +858,12 @@ TEST(HoistedScripts, SecondCompileOfAUnitStartsFromTheParsersFirstStatement) {
     ASSERT_EQ(unit->status, 0);
     VeltJS_Compile(unit, 1);
     ASSERT_EQ(unit->status, 0);
-    ExpectWords(unit, {0xB6000002, 0x9C0F0000, 0xC0020000, Name("f"), 0x07520000, kCall1, Name("@@script_ref@@"),
-                       0x4555FFF5, Decl("f"), kPushUnresolved, Ref("b"), kPopzVar});
+    ExpectWords(unit, {0xB6000002, 0x9C0F0000, 0xC0020000, NameId("f"), 0x07520000, kCall1, NameId("@@script_ref@@"),
+                       0x4555FFF5, NameDecl("f"), kPushUnresolved, NameRef("b"), kPopzVar});
     // The function now stands in front of `b`, which the root block still names as its first.
     VeltJS_Compile(unit, 1);
     ASSERT_EQ(unit->status, 0);
-    ExpectWords(unit, {kPushUnresolved, Ref("b"), kPopzVar});
+    ExpectWords(unit, {kPushUnresolved, NameRef("b"), kPopzVar});
     EXPECT_EQ(unit->fourthCount, 1);
     EXPECT_EQ(unit->varCount, 1);
 }

@@ -23,7 +23,6 @@ Node* Continue(const char* label = nullptr) {
 }
 Node* Label(const char* name) { return N(':', ":", {Id(name)}); }
 
-uint32_t Name(const char* text) { return static_cast<uint32_t>(NameIndex(text)); }
 
 // Compiles the statements in order, as a statement list.
 void Compile(TestCompile& t, std::initializer_list<Node*> statements, int flag = 1) {
@@ -190,20 +189,20 @@ TEST(Statements, ReturnWithoutValueLeavesAShortTypeOnTheTypeStack) {
 TEST(Statements, ThrowConvertsAndCallsTheRunner) {
     TestCompile t;
     Compile(t, {N(LEX_THROW, "throw", {Int("3")})});
-    EXPECT_EQ(t.Words(), (Words{0xC00F0003, 0x07520000, 0xD9020001, Name("@@throw@@")}));
+    EXPECT_EQ(t.Words(), (Words{0xC00F0003, 0x07520000, 0xD9020001, NameId("@@throw@@")}));
 }
 
 TEST(Statements, ThrowWithoutValueConvertsAnEmptyTypeStack) {
     TestCompile t;
     Compile(t, {N(LEX_THROW, "throw")});
-    EXPECT_EQ(t.Words(), (Words{0x075F0000, 0xD9020001, Name("@@throw@@")}));
+    EXPECT_EQ(t.Words(), (Words{0x075F0000, 0xD9020001, NameId("@@throw@@")}));
 }
 
 TEST(Statements, VarDeclaresWithMarkedOperandAndPatch) {
     TestCompile t;
     int32_t before = GlobalVarList.count;
     Compile(t, {N(LEX_VAR, "var", {Id("declared")})});
-    uint32_t index = Name("declared");
+    uint32_t index = NameId("declared");
     EXPECT_EQ(t.Words(), (Words{0x4595FFF4, 0xB0000000 | index}));
     ASSERT_EQ(GlobalVarList.count, before + 1);
     const PatchRecord* record = static_cast<PatchRecord*>(GlobalVarList.data[before]);
@@ -217,8 +216,8 @@ TEST(Statements, VarDeclaresWithMarkedOperandAndPatch) {
 TEST(Statements, VarWithInitializerStoresIntoTheLocal) {
     TestCompile t;
     Compile(t, {N(LEX_VAR, "var", {N(LEX_ID, "v1", {Int("5")}), Id("v2")})});
-    uint32_t v1 = Name("v1");
-    uint32_t v2 = Name("v2");
+    uint32_t v1 = NameId("v1");
+    uint32_t v2 = NameId("v2");
     EXPECT_EQ(t.Words(), (Words{0x4595FFF4, 0xB0000000 | v1, 0xC00F0005, 0x4525FFF4, 0xA0000000 | v1, 0x4595FFF4,
                                 0xB0000000 | v2}));
 }
@@ -269,16 +268,16 @@ TEST(Statements, TryWithOnlyFinallyPatchesTheFirstHookOperand) {
     TestCompile t;
     Compile(t, {N(LEX_TRY, "try", {Block(), N(LEX_FINALLY, "finally", {Block()})})});
     EXPECT_EQ(t.Words(), (Words{0xC0020000, 0x00000020, 0x07520000, 0xC0020000, 0xFFFFFFFF, 0x07520000, 0xD9020002,
-                                Name("@@try_hook@@"), 0xD9020000, Name("@@try_unhook@@"), 0xD9020000,
-                                Name("@@finish_finally@@")}));
+                                NameId("@@try_hook@@"), 0xD9020000, NameId("@@try_unhook@@"), 0xD9020000,
+                                NameId("@@finish_finally@@")}));
 }
 
 TEST(Statements, TryWithCatchWithoutIdentifierPatchesTheSecondHookOperand) {
     TestCompile t;
     Compile(t, {N(LEX_TRY, "try", {Block(), N(LEX_CATCH, "catch", {Block()})})});
     EXPECT_EQ(t.Words(), (Words{0xC0020000, 0xFFFFFFFF, 0x07520000, 0xC0020000, 0x00000024, 0x07520000, 0xD9020002,
-                                Name("@@try_hook@@"), 0xB6000005, 0xD9020000, Name("@@try_unhook@@"), 0xD9020000,
-                                Name("@@finish_catch@@"), 0xD9020000, Name("@@try_unhook@@")}));
+                                NameId("@@try_hook@@"), 0xB6000005, 0xD9020000, NameId("@@try_unhook@@"), 0xD9020000,
+                                NameId("@@finish_catch@@"), 0xD9020000, NameId("@@try_unhook@@")}));
 }
 
 TEST(Statements, TryCatchStoresTheCaughtValue) {
@@ -287,7 +286,7 @@ TEST(Statements, TryCatchStoresTheCaughtValue) {
     Words words = t.Words();
     ASSERT_EQ(words.size(), 17u);
     EXPECT_EQ(words[9], 0x4555FFF5u);
-    EXPECT_EQ(words[10], 0xA0000000u | Name("caught"));
+    EXPECT_EQ(words[10], 0xA0000000u | NameId("caught"));
     EXPECT_EQ(words[4], 36u);
     EXPECT_TRUE(t.Types().empty());
 }
@@ -317,11 +316,11 @@ TEST(Statements, ForInChecksTheIteratorIsLeftOnTheStack) {
 TEST(Statements, ForInWithPlainIdentifierStoresUnresolved) {
     TestCompile t;
     Compile(t, {N(LEX_FOR, "for", {Id("key"), N(LEX_IN, "in"), Int("1")})});
-    uint32_t key = Name("key");
+    uint32_t key = NameId("key");
     EXPECT_EQ(t.Words(),
-              (Words{0xC00F0001, 0x07520000, 0xD9020001, Name("@@ForInIterator@@"), 0x86050000, 0x15950E00,
-                     0xB700000A, 0x86050000, 0xD9020001, Name("@@ForInIteratorGetNext@@"), 0x86050000, 0x4555FFF5,
-                     0xA0000000 | key, 0x15950E00, 0xB7000002, 0xB67FFFF8, 0xD9020001, Name("@@ForInIteratorDelete@@"),
+              (Words{0xC00F0001, 0x07520000, 0xD9020001, NameId("@@ForInIterator@@"), 0x86050000, 0x15950E00,
+                     0xB700000A, 0x86050000, 0xD9020001, NameId("@@ForInIteratorGetNext@@"), 0x86050000, 0x4555FFF5,
+                     0xA0000000 | key, 0x15950E00, 0xB7000002, 0xB67FFFF8, 0xD9020001, NameId("@@ForInIteratorDelete@@"),
                      0x9E050000}));
     EXPECT_TRUE(t.Types().empty());
 }
@@ -329,7 +328,7 @@ TEST(Statements, ForInWithPlainIdentifierStoresUnresolved) {
 TEST(Statements, NewStatementKeepsItsValue) {
     TestCompile t;
     Compile(t, {N(LEX_NEW, "new", {Int("1")})});
-    EXPECT_EQ(t.Words(), (Words{0xC00F0001, 0x07520000, 0xD9020001, Name("@@new@@")}));
+    EXPECT_EQ(t.Words(), (Words{0xC00F0001, 0x07520000, 0xD9020001, NameId("@@new@@")}));
     EXPECT_EQ(t.Types(), (Words{TYPE_VARIABLE}));
 }
 

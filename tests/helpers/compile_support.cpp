@@ -88,6 +88,10 @@ int32_t NameIndex(const char* text) {
     return -1;
 }
 
+uint32_t NameId(const char* text) { return static_cast<uint32_t>(NameIndex(text)); }
+uint32_t NameRef(const char* text) { return 0xA0000000u | NameId(text); }
+uint32_t NameDecl(const char* text) { return 0xB0000000u | NameId(text); }
+
 std::string HexWords(const std::vector<uint32_t>& words) {
     std::string text;
     char line[16];

@@ -47,6 +47,12 @@ std::string Listing(const std::vector<uint32_t>& words);
 std::string Listing(const uint32_t* code, int64_t bytes);
 // The NameArray index of a name, or -1 (exact text, first match).
 int32_t NameIndex(const char* text);
+// The same as an operand: all ones for a name never interned, which matches no word the compiler
+// writes for a name.
+uint32_t NameId(const char* text);
+// The operand of a variable reference, and of a declaration, of the name `text`.
+uint32_t NameRef(const char* text);
+uint32_t NameDecl(const char* text);
 // The words formatted "%08x" one per line, for readable failure output.
 std::string HexWords(const std::vector<uint32_t>& words);
 // The text of a file under tests/data.
