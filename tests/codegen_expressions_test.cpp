@@ -12,20 +12,6 @@ namespace {
 using Words = std::vector<uint32_t>;
 using Types = std::vector<uint32_t>;
 
-struct Result {
-    Words words;
-    Types types;
-};
-
-Result CompileNode(Node* node, bool withScope = false, const char* scriptName = "main") {
-    TestCompile t(scriptName);
-    CompileExpression(t.cx, node, withScope);
-    return {t.Words(), t.Types()};
-}
-
-Result CompileSource(const std::string& source, bool withScope = false) {
-    return CompileNode(ParseFirst(source), withScope);
-}
 
 std::string ErrorCompiling(Node* node, bool withScope = false) {
     TestCompile t;
@@ -40,98 +26,98 @@ constexpr uint32_t Ref(uint32_t index) { return 0xA0000000u | index; }
 // ---- numbers
 
 TEST(NumberLiteral, SmallIntegerIsAShortPushOfTypeInt) {
-    Result r = CompileSource("32766");
+    ExpressionResult r = CompileExpressionSource("32766");
     EXPECT_EQ(r.words, (Words{0xC00F7FFEu}));
     EXPECT_EQ(r.types, (Types{TYPE_INT}));
 }
 
 TEST(NumberLiteral, HexadecimalAbove32766IsAnIntPush) {
-    Result r = CompileNode(Int("0x7fff"));
+    ExpressionResult r = CompileExpressionNode(Int("0x7fff"));
     EXPECT_EQ(r.words, (Words{0xC0020000u, 0x00007FFFu}));
     EXPECT_EQ(r.types, (Types{TYPE_INT}));
 }
 
 TEST(NumberLiteral, From32767OnItIsAnIntPush) {
-    Result r = CompileSource("32767");
+    ExpressionResult r = CompileExpressionSource("32767");
     EXPECT_EQ(r.words, (Words{0xC0020000u, 0x00007FFFu}));
     EXPECT_EQ(r.types, (Types{TYPE_INT}));
-    EXPECT_EQ(CompileSource("2147483646").words, (Words{0xC0020000u, 0x7FFFFFFEu}));
+    EXPECT_EQ(CompileExpressionSource("2147483646").words, (Words{0xC0020000u, 0x7FFFFFFEu}));
 }
 
 TEST(NumberLiteral, Int32MaxIsALongPush) {
-    Result r = CompileSource("2147483647");
+    ExpressionResult r = CompileExpressionSource("2147483647");
     EXPECT_EQ(r.words, (Words{0xC0030000u, 0x7FFFFFFFu, 0x00000000u}));
     EXPECT_EQ(r.types, (Types{TYPE_LONG}));
 }
 
 TEST(NumberLiteral, BeyondInt32AndFractionsAreDoublePushes) {
-    Result big = CompileSource("2147483648");
+    ExpressionResult big = CompileExpressionSource("2147483648");
     EXPECT_EQ(big.words, (Words{0xC0000000u, 0x00000000u, 0x41E00000u}));
     EXPECT_EQ(big.types, (Types{TYPE_DOUBLE}));
-    Result half = CompileSource("1.5");
+    ExpressionResult half = CompileExpressionSource("1.5");
     EXPECT_EQ(half.words, (Words{0xC0000000u, 0x00000000u, 0x3FF80000u}));
     EXPECT_EQ(half.types, (Types{TYPE_DOUBLE}));
 }
 
 TEST(NumberLiteral, HexadecimalAndLeadingZeroOctal) {
-    EXPECT_EQ(CompileSource("0x10").words, (Words{0xC00F0010u}));
-    EXPECT_EQ(CompileSource("0X1f").words, (Words{0xC00F001Fu}));
-    EXPECT_EQ(CompileSource("010").words, (Words{0xC00F0008u}));
-    EXPECT_EQ(CompileSource("0").words, (Words{0xC00F0000u}));
+    EXPECT_EQ(CompileExpressionSource("0x10").words, (Words{0xC00F0010u}));
+    EXPECT_EQ(CompileExpressionSource("0X1f").words, (Words{0xC00F001Fu}));
+    EXPECT_EQ(CompileExpressionSource("010").words, (Words{0xC00F0008u}));
+    EXPECT_EQ(CompileExpressionSource("0").words, (Words{0xC00F0000u}));
 }
 
 TEST(NumberLiteral, LeadingZeroBeforeANonOctalDigitReadsAsZero) {
-    EXPECT_EQ(CompileNode(Int("09")).words, (Words{0xC00F0000u}));
+    EXPECT_EQ(CompileExpressionNode(Int("09")).words, (Words{0xC00F0000u}));
 }
 
 TEST(NumberLiteral, ZeroPointFiveIsADecimal) {
-    EXPECT_EQ(CompileSource("0.5").words, (Words{0xC0000000u, 0x00000000u, 0x3FE00000u}));
+    EXPECT_EQ(CompileExpressionSource("0.5").words, (Words{0xC0000000u, 0x00000000u, 0x3FE00000u}));
 }
 
 TEST(NumberLiteral, WholeDecimalBecomesAnInteger) {
-    Result r = CompileSource("2.0");
+    ExpressionResult r = CompileExpressionSource("2.0");
     EXPECT_EQ(r.words, (Words{0xC00F0002u}));
     EXPECT_EQ(r.types, (Types{TYPE_INT}));
 }
 
 TEST(NumberLiteral, HexadecimalSaturatesAtInt32Max) {
-    EXPECT_EQ(CompileSource("0xFFFFFFFFFF").words, (Words{0xC0030000u, 0x7FFFFFFFu, 0x00000000u}));
+    EXPECT_EQ(CompileExpressionSource("0xFFFFFFFFFF").words, (Words{0xC0030000u, 0x7FFFFFFFu, 0x00000000u}));
 }
 
 // ---- unary operators
 
 TEST(UnaryMinus, LiteralZeroIsOnePushOfNegativeZero) {
-    Result r = CompileSource("-0");
+    ExpressionResult r = CompileExpressionSource("-0");
     EXPECT_EQ(r.words, (Words{0xC0000000u, 0x00000000u, 0x80000000u}));
     EXPECT_EQ(r.types, (Types{TYPE_DOUBLE}));
 }
 
 TEST(UnaryMinus, ZeroPointZeroIsTheOperandThenNeg) {
-    Result r = CompileSource("-0.0");
+    ExpressionResult r = CompileExpressionSource("-0.0");
     EXPECT_EQ(r.words, (Words{0xC00F0000u, 0x11020100u}));
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
 }
 
 TEST(UnaryMinus, OtherOperandIsFollowedByNeg) {
-    Result r = CompileSource("- 1");
+    ExpressionResult r = CompileExpressionSource("- 1");
     EXPECT_EQ(r.words, (Words{0xC00F0001u, 0x11020100u}));
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
 }
 
 TEST(UnaryPlus, ConvertsToVariableWithField0200) {
-    Result r = CompileSource("+x");
+    ExpressionResult r = CompileExpressionSource("+x");
     EXPECT_EQ(r.words, (Words{0xC005FFF5u, Ref(kFirstName), 0x07550200u}));
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
 }
 
 TEST(LogicalNot, IsNotWithField0100AndTypeBool) {
-    Result r = CompileSource("!x");
+    ExpressionResult r = CompileExpressionSource("!x");
     EXPECT_EQ(r.words, (Words{0xC005FFF5u, Ref(kFirstName), 0x12050100u}));
     EXPECT_EQ(r.types, (Types{TYPE_BOOL}));
 }
 
 TEST(BitwiseNot, IsNotWithField0200AndTypeVariable) {
-    Result r = CompileSource("~1");
+    ExpressionResult r = CompileExpressionSource("~1");
     EXPECT_EQ(r.words, (Words{0xC00F0001u, 0x12020200u}));
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
 }
@@ -139,30 +125,30 @@ TEST(BitwiseNot, IsNotWithField0200AndTypeVariable) {
 // ---- constants
 
 TEST(Constants, TrueAndFalseAreShortPushesOfTypeBool) {
-    Result t = CompileSource("true");
+    ExpressionResult t = CompileExpressionSource("true");
     EXPECT_EQ(t.words, (Words{0xC00F0001u}));
     EXPECT_EQ(t.types, (Types{TYPE_BOOL}));
-    Result f = CompileSource("false");
+    ExpressionResult f = CompileExpressionSource("false");
     EXPECT_EQ(f.words, (Words{0xC00F0000u}));
     EXPECT_EQ(f.types, (Types{TYPE_BOOL}));
 }
 
 TEST(Constants, NullCallsTheRunner) {
-    Result r = CompileSource("null");
+    ExpressionResult r = CompileExpressionSource("null");
     EXPECT_EQ(r.words, (Words{0xD9020000u, kFirstName}));
     EXPECT_STREQ(static_cast<char*>(NameArray.data[kFirstName]), "@@Null@@");
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
 }
 
 TEST(Constants, StringIsAStringPush) {
-    Result r = CompileSource("'abc'");
+    ExpressionResult r = CompileExpressionSource("'abc'");
     EXPECT_EQ(r.words, (Words{0xC0060000u, kFirstName}));
     EXPECT_STREQ(static_cast<char*>(NameArray.data[kFirstName]), "abc");
     EXPECT_EQ(r.types, (Types{TYPE_STRING}));
 }
 
 TEST(Constants, UndefinedNodePushesTheUndefinedVariable) {
-    Result r = CompileNode(N(LEX_UNDEFINED, "("));
+    ExpressionResult r = CompileExpressionNode(N(LEX_UNDEFINED, "("));
     EXPECT_EQ(r.words, (Words{0xC005FFF5u, Ref(kFirstName)}));
     EXPECT_STREQ(static_cast<char*>(NameArray.data[kFirstName]), "undefined");
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
@@ -178,13 +164,13 @@ TEST(Constants, ElisionPushesSelectorMinus14WithNameZeroAndNoPatch) {
 }
 
 TEST(Constants, RegularExpressionNodeEmitsNothing) {
-    Result r = CompileNode(N(LEX_REGEXP, "/a/"));
+    ExpressionResult r = CompileExpressionNode(N(LEX_REGEXP, "/a/"));
     EXPECT_TRUE(r.words.empty());
     EXPECT_TRUE(r.types.empty());
 }
 
 TEST(Constants, EmptyStatementNodeEmitsNothing) {
-    Result r = CompileNode(N(';', ";"));
+    ExpressionResult r = CompileExpressionNode(N(';', ";"));
     EXPECT_TRUE(r.words.empty());
     EXPECT_TRUE(r.types.empty());
 }
@@ -192,14 +178,14 @@ TEST(Constants, EmptyStatementNodeEmitsNothing) {
 // ---- typeof, void, instanceof
 
 TEST(Typeof, OfANumberIsAnsweredAtCompileTime) {
-    Result r = CompileSource("typeof 1");
+    ExpressionResult r = CompileExpressionSource("typeof 1");
     EXPECT_EQ(r.words, (Words{0xC00F0001u, 0x9E020000u, 0xC0060000u, kFirstName}));
     EXPECT_STREQ(static_cast<char*>(NameArray.data[kFirstName]), "number");
     EXPECT_EQ(r.types, (Types{TYPE_STRING}));
 }
 
 TEST(Typeof, OfAVariableCallsTheRunner) {
-    Result r = CompileSource("typeof x");
+    ExpressionResult r = CompileExpressionSource("typeof x");
     EXPECT_EQ(r.words, (Words{0xC005FFF5u, Ref(kFirstName), 0xD9020001u, kFirstName + 1}));
     EXPECT_STREQ(static_cast<char*>(NameArray.data[kFirstName + 1]), "@@typeof@@");
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
@@ -222,21 +208,21 @@ TEST(Typeof, NamesStringsBooleansAndDoubles) {
 }
 
 TEST(Typeof, OfAnOperandWithoutTypeIsUnknown) {
-    Result r = CompileNode(N(LEX_TYPEOF, "typeof", {N(LEX_REGEXP, "/a/")}));
+    ExpressionResult r = CompileExpressionNode(N(LEX_TYPEOF, "typeof", {N(LEX_REGEXP, "/a/")}));
     EXPECT_EQ(r.words, (Words{0x9E0F0000u, 0xC0060000u, kFirstName}));
     EXPECT_STREQ(static_cast<char*>(NameArray.data[kFirstName]), "[[unknown]]");
     EXPECT_EQ(r.types, (Types{TYPE_STRING}));
 }
 
 TEST(Void, DiscardsTheOperandAndPushesUndefined) {
-    Result r = CompileSource("void 1");
+    ExpressionResult r = CompileExpressionSource("void 1");
     EXPECT_EQ(r.words, (Words{0xC00F0001u, 0x9E020000u, 0xC005FFF5u, Ref(kFirstName)}));
     EXPECT_STREQ(static_cast<char*>(NameArray.data[kFirstName]), "undefined");
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
 }
 
 TEST(Instanceof, CallsTheRunnerWithBothOperands) {
-    Result r = CompileSource("a instanceof 1");
+    ExpressionResult r = CompileExpressionSource("a instanceof 1");
     EXPECT_EQ(r.words, (Words{0xC005FFF5u, Ref(3), 0xC00F0001u, 0xD9020002u, 4}));
     EXPECT_STREQ(static_cast<char*>(NameArray.data[4]), "@@instanceof@@");
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
@@ -245,13 +231,13 @@ TEST(Instanceof, CallsTheRunnerWithBothOperands) {
 // ---- sequences
 
 TEST(Sequence, DiscardsEveryValueButTheLast) {
-    Result r = CompileSource("1, 'a', x");
+    ExpressionResult r = CompileExpressionSource("1, 'a', x");
     EXPECT_EQ(r.words, (Words{0xC00F0001u, 0x9E020000u, 0xC0060000u, 3, 0x9E060000u, 0xC005FFF5u, Ref(4)}));
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
 }
 
 TEST(Sequence, WithoutChildrenPushesTypeMinusOne) {
-    Result r = CompileNode(N(',', ","));
+    ExpressionResult r = CompileExpressionNode(N(',', ","));
     EXPECT_TRUE(r.words.empty());
     EXPECT_EQ(r.types, (Types{0xFFFFFFFFu}));
 }
@@ -259,7 +245,7 @@ TEST(Sequence, WithoutChildrenPushesTypeMinusOne) {
 // ---- increments
 
 TEST(Increment, PostfixLeavesTheOldValueConverted) {
-    Result r = CompileSource("x++");
+    ExpressionResult r = CompileExpressionSource("x++");
     Words expected = {0xC005FFF5u, Ref(3), 0x07550200u, 0x86050000u, 0xC00F0001u, 0x0C520200u,
                       0x4555FFF5u, Ref(3)};
     EXPECT_EQ(r.words, expected) << HexWords(r.words);
@@ -267,27 +253,27 @@ TEST(Increment, PostfixLeavesTheOldValueConverted) {
 }
 
 TEST(Increment, PostfixDecrementSubtractsWithField0100) {
-    Result r = CompileSource("x--");
+    ExpressionResult r = CompileExpressionSource("x--");
     Words expected = {0xC005FFF5u, Ref(3), 0x07550200u, 0x86050000u, 0xC00F0001u, 0x0D520100u,
                       0x4555FFF5u, Ref(3)};
     EXPECT_EQ(r.words, expected) << HexWords(r.words);
 }
 
 TEST(Increment, PrefixLeavesTheNewValue) {
-    Result r = CompileSource("++x");
+    ExpressionResult r = CompileExpressionSource("++x");
     Words expected = {0xC005FFF5u, Ref(3), 0xC00F0001u, 0x0C520200u, 0x86050000u, 0x4555FFF5u, Ref(3)};
     EXPECT_EQ(r.words, expected) << HexWords(r.words);
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
 }
 
 TEST(Increment, PrefixDecrement) {
-    Result r = CompileSource("--x");
+    ExpressionResult r = CompileExpressionSource("--x");
     Words expected = {0xC005FFF5u, Ref(3), 0xC00F0001u, 0x0D520100u, 0x86050000u, 0x4555FFF5u, Ref(3)};
     EXPECT_EQ(r.words, expected) << HexWords(r.words);
 }
 
 TEST(Increment, OfAMemberStoresWithTheMemberSelector) {
-    Result r = CompileSource("a.b++");
+    ExpressionResult r = CompileExpressionSource("a.b++");
     // a (3) read, b (4) read as a member; then a again and the member write.
     Words expected = {0xC005FFF5u, Ref(3), 0xC005FFF7u, Ref(4), 0x07550200u, 0x86050000u,
                       0xC00F0001u, 0x0C520200u, 0xC005FFF5u, Ref(3), 0x4555FFF7u, Ref(4)};
@@ -297,7 +283,7 @@ TEST(Increment, OfAMemberStoresWithTheMemberSelector) {
 // ---- assignment as an expression
 
 TEST(Assignment, StoresThenReadsTheTargetAgain) {
-    Result r = CompileSource("x = 1");
+    ExpressionResult r = CompileExpressionSource("x = 1");
     EXPECT_EQ(r.words, (Words{0xC00F0001u, 0x4525FFF5u, Ref(3), 0xC005FFF5u, Ref(3)}));
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
 }
@@ -305,7 +291,7 @@ TEST(Assignment, StoresThenReadsTheTargetAgain) {
 // ---- the global-scope prefix and its check
 
 TEST(WithScope, PrefixedKindsPushTheGlobalScopeFirst) {
-    Result r = CompileSource("1", true);
+    ExpressionResult r = CompileExpressionSource("1", true);
     EXPECT_EQ(r.words, (Words{0xD9020000u, 3, 0xC00F0001u}));
     EXPECT_STREQ(static_cast<char*>(NameArray.data[3]), "@@GlobalScope@@");
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE, TYPE_INT}));
@@ -319,7 +305,7 @@ TEST(WithScope, APlusCalleeFailsTheScopeCheck) {
 }
 
 TEST(WithScope, ATimesCalleeCompilesWithTheGlobalScope) {
-    Result r = CompileNode(ParseFirst("(a * b)()"));
+    ExpressionResult r = CompileExpressionNode(ParseFirst("(a * b)()"));
     // call @@GlobalScope@@ (3), a (4), b (5), mul.v.v, then the call through the value.
     ASSERT_GE(r.words.size(), 8u);
     Words head(r.words.begin(), r.words.begin() + 8);
@@ -369,14 +355,14 @@ TEST(Unhandled, KindNameIsPrinted) {
 // ---- this, function expressions, elements of values
 
 TEST(This, KeywordCompilesToTheThisCall) {
-    Result r = CompileSource("this");
+    ExpressionResult r = CompileExpressionSource("this");
     EXPECT_EQ(r.words, (Words{0xD9020000u, 3}));
     EXPECT_STREQ(static_cast<char*>(NameArray.data[3]), "@@This@@");
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
 }
 
 TEST(This, MemberOfThisReadsWithTheMemberSelector) {
-    Result r = CompileSource("this.a");
+    ExpressionResult r = CompileExpressionSource("this.a");
     EXPECT_EQ(r.words, (Words{0xD9020000u, 3, 0xC005FFF7u, Ref(4)}));
 }
 
@@ -402,19 +388,19 @@ TEST(FunctionExpression, PushesOneVariableType) {
 }
 
 TEST(ElementRead, OfACallResultCompiles) {
-    Result r = CompileSource("f()[0]");
+    ExpressionResult r = CompileExpressionSource("f()[0]");
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
     EXPECT_EQ(r.words.back(), 0x8055FFF6u);
 }
 
 TEST(ElementRead, OfAStringLiteral) {
-    Result r = CompileSource("'abc'[0]");
+    ExpressionResult r = CompileExpressionSource("'abc'[0]");
     // index 0 (converted), the string (converted), pushv.v -10
     EXPECT_EQ(r.words, (Words{0xC00F0000u, 0x07520000u, 0xC0060000u, 3, 0x07560000u, 0x8055FFF6u}));
 }
 
 TEST(ElementRead, OfAnArrayLiteral) {
-    Result r = CompileSource("[1, 2][0]");
+    ExpressionResult r = CompileExpressionSource("[1, 2][0]");
     Words expected = {0xC00F0000u, 0x07520000u, 0xC00F0002u, 0x07520000u, 0xC00F0001u, 0x07520000u,
                       0xD9020002u, 3, 0x8055FFF6u};
     EXPECT_EQ(r.words, expected) << HexWords(r.words);

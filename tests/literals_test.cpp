@@ -12,16 +12,6 @@ namespace {
 using Words = std::vector<uint32_t>;
 using Types = std::vector<uint32_t>;
 
-struct Result {
-    Words words;
-    Types types;
-};
-
-Result CompileSource(const std::string& source) {
-    TestCompile t;
-    CompileExpression(t.cx, ParseFirst(source), false);
-    return {t.Words(), t.Types()};
-}
 
 std::string ErrorCompiling(const std::string& source) {
     TestCompile t;
@@ -74,7 +64,7 @@ std::vector<uint32_t> CallsOf(const Words& words, const char* name) {
 }  // namespace
 
 TEST(ObjectLiteral, PlainPropertiesPushValueThenName) {
-    Result r = CompileSource("({a: 1, b: 'x'})");
+    ExpressionResult r = CompileExpressionSource("({a: 1, b: 'x'})");
     // "a" 3, "x" 4, "b" 5, "@@NewObject@@" 6
     Words expected = {0xC00F0001u, 0x07520000u, 0xC0060000u, 3, 0x07560000u,
                       0xC0060000u, 4, 0x07560000u, 0xC0060000u, 5, 0x07560000u,
@@ -85,20 +75,20 @@ TEST(ObjectLiteral, PlainPropertiesPushValueThenName) {
 }
 
 TEST(ObjectLiteral, EmptyObjectIsOnlyTheCall) {
-    Result r = CompileSource("({})");
+    ExpressionResult r = CompileExpressionSource("({})");
     EXPECT_EQ(r.words, (Words{0xD9020000u, 3}));
     EXPECT_STREQ(Name(3), "@@NewObject@@");
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
 }
 
 TEST(ObjectLiteral, VariableValueIsNotConverted) {
-    Result r = CompileSource("({k: v})");
+    ExpressionResult r = CompileExpressionSource("({k: v})");
     // "v" 3, "k" 4
     EXPECT_EQ(r.words, (Words{0xC005FFF5u, 0xA0000003u, 0xC0060000u, 4, 0x07560000u, 0xD9020002u, 5}));
 }
 
 TEST(ObjectLiteral, GetterAlonePassesUndefinedAsTheSetter) {
-    Result r = CompileSource("({get x() {}})");
+    ExpressionResult r = CompileExpressionSource("({get x() {}})");
     std::vector<Instruction> code = Decode(r.words);
     // ... function reference; push.v undefined; call @@NewProperty@@ 2; push.s "x"; conv.s.v;
     // call @@NewObject@@ 2
@@ -120,7 +110,7 @@ TEST(ObjectLiteral, GetterAlonePassesUndefinedAsTheSetter) {
 }
 
 TEST(ObjectLiteral, SetterAloneHasUndefinedAsTheGetter) {
-    Result r = CompileSource("({set x(v) {}})");
+    ExpressionResult r = CompileExpressionSource("({set x(v) {}})");
     std::vector<Instruction> code = Decode(r.words);
     ASSERT_GE(code.size(), 1u);
     EXPECT_EQ(code[0].word, 0xC005FFF5u);
@@ -130,7 +120,7 @@ TEST(ObjectLiteral, SetterAloneHasUndefinedAsTheGetter) {
 }
 
 TEST(ObjectLiteral, GetterAndSetterShareOneRecordAndOneCall) {
-    Result r = CompileSource("({get x() {}, set x(v) {}})");
+    ExpressionResult r = CompileExpressionSource("({get x() {}, set x(v) {}})");
     EXPECT_EQ(AccessorPropertyNames(r.words), (std::vector<std::string>{"x"}));
     EXPECT_EQ(CallsOf(r.words, "@@NewObject@@"), (std::vector<uint32_t>{0xD9020002u}));
     EXPECT_GE(NameIndex("__getfn0"), 0);
@@ -150,7 +140,7 @@ TEST(ObjectLiteral, SecondSetterForANameFails) {
 
 TEST(ObjectLiteral, NamesWithEqualHashShareOneAccessorRecord) {
     ASSERT_EQ(NameHash("plumless"), NameHash("buckeroo"));
-    Result r = CompileSource("({get plumless() {}, set buckeroo(v) {}})");
+    ExpressionResult r = CompileExpressionSource("({get plumless() {}, set buckeroo(v) {}})");
     EXPECT_EQ(AccessorPropertyNames(r.words), (std::vector<std::string>{"plumless"}));
     EXPECT_EQ(CallsOf(r.words, "@@NewObject@@"), (std::vector<uint32_t>{0xD9020002u}));
 }
@@ -162,7 +152,7 @@ TEST(ObjectLiteral, GetterForANameWithTheSameHashAsAnotherGetterFails) {
 
 TEST(ObjectLiteral, AccessorsFollowInBucketOrderAfterThePlainProperties) {
     // Buckets (NameHash & 7): a 4, b 6, c 0, d 3.
-    Result r = CompileSource("({get a() {}, get b() {}, p: 1, get c() {}, get d() {}})");
+    ExpressionResult r = CompileExpressionSource("({get a() {}, get b() {}, p: 1, get c() {}, get d() {}})");
     EXPECT_EQ(AccessorPropertyNames(r.words), (std::vector<std::string>{"c", "d", "a", "b"}));
     // The plain property comes first.
     std::vector<Instruction> code = Decode(r.words);
@@ -178,7 +168,7 @@ TEST(ObjectLiteral, AccessorsFollowInBucketOrderAfterThePlainProperties) {
 }
 
 TEST(ArrayLiteral, ElementsArePushedLastFirst) {
-    Result r = CompileSource("[1, 2, 3]");
+    ExpressionResult r = CompileExpressionSource("[1, 2, 3]");
     Words expected = {0xC00F0003u, 0x07520000u, 0xC00F0002u, 0x07520000u, 0xC00F0001u, 0x07520000u,
                       0xD9020003u, 3};
     EXPECT_EQ(r.words, expected) << HexWords(r.words);
@@ -187,13 +177,13 @@ TEST(ArrayLiteral, ElementsArePushedLastFirst) {
 }
 
 TEST(ArrayLiteral, EmptyArrayIsOnlyTheCall) {
-    Result r = CompileSource("[]");
+    ExpressionResult r = CompileExpressionSource("[]");
     EXPECT_EQ(r.words, (Words{0xD9020000u, 3}));
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
 }
 
 TEST(ArrayLiteral, HolesPushTheElisionValue) {
-    Result r = CompileSource("[1, , 'a']");
+    ExpressionResult r = CompileExpressionSource("[1, , 'a']");
     // "a" 3, "@@NewArray@@" 4
     Words expected = {0xC0060000u, 3, 0x07560000u, 0xC005FFF2u, 0xA0000000u, 0xC00F0001u, 0x07520000u,
                       0xD9020003u, 4};

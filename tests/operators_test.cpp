@@ -9,16 +9,6 @@ namespace {
 using Words = std::vector<uint32_t>;
 using Types = std::vector<uint32_t>;
 
-struct Result {
-    Words words;
-    Types types;
-};
-
-Result CompileSource(const std::string& source) {
-    TestCompile t;
-    CompileExpression(t.cx, ParseFirst(source), false);
-    return {t.Words(), t.Types()};
-}
 
 constexpr uint32_t Ref(uint32_t index) { return 0xA0000000u | index; }
 
@@ -36,19 +26,19 @@ Words Join(std::initializer_list<Words> parts) {
 // ---- arithmetic and bitwise
 
 TEST(BinaryOperators, FlatAndChainUsesTheFirstResultAsLeftType) {
-    Result r = CompileSource("1 & 2 & 3");
+    ExpressionResult r = CompileExpressionSource("1 & 2 & 3");
     EXPECT_EQ(r.words, (Words{0xC00F0001u, 0xC00F0002u, 0x0E220100u, 0xC00F0003u, 0x0E520100u})) << HexWords(r.words);
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
 }
 
 TEST(BinaryOperators, NestedMultiplicationGivesTheSameShape) {
-    Result r = CompileSource("1 * 2 * 3");
+    ExpressionResult r = CompileExpressionSource("1 * 2 * 3");
     EXPECT_EQ(r.words, (Words{0xC00F0001u, 0xC00F0002u, 0x08220100u, 0xC00F0003u, 0x08520100u})) << HexWords(r.words);
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
 }
 
 TEST(BinaryOperators, FirstTypeIsTheRightOperandsSecondTheLefts) {
-    Result r = CompileSource("'s' - 1");
+    ExpressionResult r = CompileExpressionSource("'s' - 1");
     EXPECT_EQ(r.words, (Words{0xC0060000u, 3, 0xC00F0001u, 0x0D620100u}));
 }
 
@@ -63,7 +53,7 @@ TEST(BinaryOperators, EveryOperatorWord) {
         {"a << b", 0x13550100u}, {"a >> b", 0x14550100u}, {"a >>> b", 0x14558100u},
     };
     for (const Case& c : cases) {
-        Result r = CompileSource(c.source);
+        ExpressionResult r = CompileExpressionSource(c.source);
         ASSERT_EQ(r.words.size(), 5u) << c.source;
         EXPECT_EQ(r.words[4], c.word) << c.source;
         EXPECT_EQ(r.types, (Types{TYPE_VARIABLE})) << c.source;
@@ -71,12 +61,12 @@ TEST(BinaryOperators, EveryOperatorWord) {
 }
 
 TEST(BinaryOperators, UnsignedShiftCarriesField8100) {
-    Result r = CompileSource("a >>> b");
+    ExpressionResult r = CompileExpressionSource("a >>> b");
     EXPECT_EQ(r.words, Join({Read(3), Read(4), {0x14558100u}}));
 }
 
 TEST(BinaryOperators, RemainderIsMod) {
-    Result r = CompileSource("a % b");
+    ExpressionResult r = CompileExpressionSource("a % b");
     EXPECT_EQ(r.words, Join({Read(3), Read(4), {0x0B550100u}}));
 }
 
@@ -97,13 +87,13 @@ TEST(BinaryOperators, UnknownKindIsReportedBeforeTheOperandIsCompiled) {
 // ---- comparisons
 
 TEST(Comparisons, LessThanIsSetKind7WithTypeBool) {
-    Result r = CompileSource("a < b");
+    ExpressionResult r = CompileExpressionSource("a < b");
     EXPECT_EQ(r.words, Join({Read(3), Read(4), {0x15550700u}}));
     EXPECT_EQ(r.types, (Types{TYPE_BOOL}));
 }
 
 TEST(Comparisons, InIsKind11) {
-    Result r = CompileSource("a in b");
+    ExpressionResult r = CompileExpressionSource("a in b");
     EXPECT_EQ(r.words, Join({Read(3), Read(4), {0x15550B00u}}));
     EXPECT_EQ(r.types, (Types{TYPE_BOOL}));
 }
@@ -119,14 +109,14 @@ TEST(Comparisons, EveryComparisonKind) {
         {"1 === 2", 0x15220E00u}, {"1 !== 2", 0x15220F00u},
     };
     for (const Case& c : cases) {
-        Result r = CompileSource(c.source);
+        ExpressionResult r = CompileExpressionSource(c.source);
         EXPECT_EQ(r.words, (Words{0xC00F0001u, 0xC00F0002u, c.word})) << c.source;
         EXPECT_EQ(r.types, (Types{TYPE_BOOL})) << c.source;
     }
 }
 
 TEST(Comparisons, FlatRunKeepsTheFirstKindAndTheBoolLeftType) {
-    Result r = CompileSource("1 < 2 > 3");
+    ExpressionResult r = CompileExpressionSource("1 < 2 > 3");
     EXPECT_EQ(r.words, (Words{0xC00F0001u, 0xC00F0002u, 0x15220700u, 0xC00F0003u, 0x15420700u})) << HexWords(r.words);
     EXPECT_EQ(r.types, (Types{TYPE_BOOL}));
 }
@@ -141,7 +131,7 @@ TEST(Comparisons, UnknownKindEmitsNothingButPushesBool) {
 // ---- compound assignment
 
 TEST(CompoundAssignment, PlusEqualsLoadsAddsDuplicatesAndStores) {
-    Result r = CompileSource("x += 1");
+    ExpressionResult r = CompileExpressionSource("x += 1");
     EXPECT_EQ(r.words, Join({Read(3), {0xC00F0001u, 0x0C520100u, 0x86050000u, 0x4555FFF5u, Ref(3)}}))
         << HexWords(r.words);
     EXPECT_EQ(r.types, (Types{TYPE_VARIABLE}));
@@ -159,7 +149,7 @@ TEST(CompoundAssignment, EveryOperatorWord) {
         {"x |= 's'", 0x0F560100u},  {"x ^= 's'", 0x10560100u},
     };
     for (const Case& c : cases) {
-        Result r = CompileSource(c.source);
+        ExpressionResult r = CompileExpressionSource(c.source);
         ASSERT_EQ(r.words.size(), 8u) << c.source;
         EXPECT_EQ(r.words[4], c.word) << c.source;
         EXPECT_EQ(r.words[5], 0x86050000u) << c.source;
@@ -175,7 +165,7 @@ TEST(CompoundAssignment, UnknownKindEmitsNoOperatorWord) {
 }
 
 TEST(CompoundAssignment, OfAMemberEvaluatesTheObjectTwice) {
-    Result r = CompileSource("a.b -= 1");
+    ExpressionResult r = CompileExpressionSource("a.b -= 1");
     Words expected = {0xC005FFF5u, Ref(3), 0xC005FFF7u, Ref(4), 0xC00F0001u, 0x0D520100u, 0x86050000u,
                       0xC005FFF5u, Ref(3), 0x4555FFF7u, Ref(4)};
     EXPECT_EQ(r.words, expected) << HexWords(r.words);
@@ -184,7 +174,7 @@ TEST(CompoundAssignment, OfAMemberEvaluatesTheObjectTwice) {
 // ---- && || ?:
 
 TEST(LogicalAnd, VariableOperandNeedsNoConversionAfterTheBranch) {
-    Result r = CompileSource("a && b");
+    ExpressionResult r = CompileExpressionSource("a && b");
     // 0 a; 8 dup.v; 12 conv.v.b; 16 bt else(24); 20 b endif(36); 24 popz.v; 28 b; 36:
     Words expected = {0xC005FFF5u, Ref(3), 0x86050000u, 0x07450100u, 0xB7000002u, 0xB6000004u,
                       0x9E050000u, 0xC005FFF5u, Ref(4)};
@@ -193,7 +183,7 @@ TEST(LogicalAnd, VariableOperandNeedsNoConversionAfterTheBranch) {
 }
 
 TEST(LogicalAnd, IntOperandIsConvertedAfterTheBranch) {
-    Result r = CompileSource("1 && b");
+    ExpressionResult r = CompileExpressionSource("1 && b");
     // 0 push.e 1; 4 dup.i; 8 conv.i.b; 12 bt else(24); 16 conv.i.v; 20 b endif(36); 24 popz.i; 28 b
     Words expected = {0xC00F0001u, 0x86020000u, 0x07420100u, 0xB7000003u, 0x07520000u, 0xB6000004u,
                       0x9E020000u, 0xC005FFF5u, Ref(3)};
@@ -202,7 +192,7 @@ TEST(LogicalAnd, IntOperandIsConvertedAfterTheBranch) {
 }
 
 TEST(LogicalAnd, RightOperandIsConvertedToVariable) {
-    Result r = CompileSource("a && 2");
+    ExpressionResult r = CompileExpressionSource("a && 2");
     Words expected = {0xC005FFF5u, Ref(3), 0x86050000u, 0x07450100u, 0xB7000002u, 0xB6000004u,
                       0x9E050000u, 0xC00F0002u, 0x07520000u};
     EXPECT_EQ(r.words, expected) << HexWords(r.words);
@@ -216,7 +206,7 @@ TEST(LogicalAnd, WithoutChildrenEmitsNothing) {
 }
 
 TEST(LogicalOr, BranchesOnFalse) {
-    Result r = CompileSource("a || b");
+    ExpressionResult r = CompileExpressionSource("a || b");
     Words expected = {0xC005FFF5u, Ref(3), 0x86050000u, 0x07450100u, 0xB8000002u, 0xB6000004u,
                       0x9E050000u, 0xC005FFF5u, Ref(4)};
     EXPECT_EQ(r.words, expected) << HexWords(r.words);
@@ -224,7 +214,7 @@ TEST(LogicalOr, BranchesOnFalse) {
 }
 
 TEST(LogicalOr, ChainNestsToTheRightAndPatchesTheOuterBranchLast) {
-    Result r = CompileSource("a || b || c");
+    ExpressionResult r = CompileExpressionSource("a || b || c");
     // 0 a; 8 dup; 12 conv; 16 bf else(24); 20 b endif(64); 24 popz.v;
     // 28 b; 36 dup; 40 conv; 44 bf else2(52); 48 b endif2(64); 52 popz.v; 56 c; both end at 64
     Words expected = {0xC005FFF5u, Ref(3), 0x86050000u, 0x07450100u, 0xB8000002u, 0xB6000000u | 11u,
@@ -234,7 +224,7 @@ TEST(LogicalOr, ChainNestsToTheRightAndPatchesTheOuterBranchLast) {
 }
 
 TEST(Conditional, ConvertsTheConditionAndBothValues) {
-    Result r = CompileSource("c ? 1 : 'x'");
+    ExpressionResult r = CompileExpressionSource("c ? 1 : 'x'");
     // 0 c; 8 conv.v.b; 12 bf else(28); 16 push.e 1; 20 conv.i.v; 24 b endif(40); 28 push.s; 36 conv.s.v
     Words expected = {0xC005FFF5u, Ref(3), 0x07450100u, 0xB8000004u, 0xC00F0001u, 0x07520000u,
                       0xB6000004u, 0xC0060000u, 4, 0x07560000u};
@@ -244,7 +234,7 @@ TEST(Conditional, ConvertsTheConditionAndBothValues) {
 }
 
 TEST(Conditional, BoolConditionIsStillConverted) {
-    Result r = CompileSource("true ? a : b");
+    ExpressionResult r = CompileExpressionSource("true ? a : b");
     EXPECT_EQ(r.words[0], 0xC00F0001u);
     EXPECT_EQ(r.words[1], 0x07440100u);
 }

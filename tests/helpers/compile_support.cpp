@@ -88,6 +88,16 @@ int32_t NameIndex(const char* text) {
     return -1;
 }
 
+ExpressionResult CompileExpressionNode(Node* node, bool withScope, const char* scriptName) {
+    TestCompile t(scriptName);
+    CompileExpression(t.cx, node, withScope);
+    return {t.Words(), t.Types()};
+}
+
+ExpressionResult CompileExpressionSource(const std::string& source, bool withScope) {
+    return CompileExpressionNode(ParseFirst(source), withScope);
+}
+
 uint32_t NameId(const char* text) { return static_cast<uint32_t>(NameIndex(text)); }
 uint32_t NameRef(const char* text) { return 0xA0000000u | NameId(text); }
 uint32_t NameDecl(const char* text) { return 0xB0000000u | NameId(text); }

@@ -88,6 +88,15 @@ struct TestCompile {
     CodeGenContext cx{};
 };
 
+// The words written and the type stack left by compiling one expression in a fresh compile.
+struct ExpressionResult {
+    std::vector<uint32_t> words;
+    std::vector<uint32_t> types;
+};
+ExpressionResult CompileExpressionNode(Node* node, bool withScope = false, const char* scriptName = "main");
+// The same for the first statement's expression in `source`.
+ExpressionResult CompileExpressionSource(const std::string& source, bool withScope = false);
+
 // Runs `body` and returns the compile error text it raised ("" when none was raised).
 std::string ErrorOf(const std::function<void()>& body);
 
