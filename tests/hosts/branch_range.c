@@ -11,26 +11,15 @@
  *   condition's three words and the bt, |BODY| + 5 words forward, to the loop's end; the bt jumps
  *   one word less back, so the break is the longest branch.
  * Prints one line per check and exits non-zero when any fails. */
-#if defined(_WIN32)
-#  include <windows.h>
-#else
-#  include <dlfcn.h>
-#endif
-
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include "load_exports.h"
 #include "veltjs.h"
 
-typedef void (*InitFunction)(void);
-typedef CompileUnit* (*ParseFunction)(const char*, const char*, const char*);
-typedef CompileUnit* (*CompileFunction)(CompileUnit*, uint8_t);
-
-static InitFunction Init;
-static ParseFunction Parse;
-static CompileFunction Compile;
+static VeltJSExports api;
 static int failures;
 
 static void Check(const char* name, int ok, const char* detail) {
@@ -45,27 +34,6 @@ static void CheckWord(const char* name, uint32_t got, uint32_t expected) {
     char detail[64];
     snprintf(detail, sizeof detail, "got %08X, expected %08X", got, expected);
     Check(name, got == expected, detail);
-}
-
-static void* FindExport(void* library, const char* name) {
-#if defined(_WIN32)
-    return (void*)GetProcAddress((HMODULE)library, name);
-#else
-    return dlsym(library, name);
-#endif
-}
-
-static int LoadExports(const char* path) {
-#if defined(_WIN32)
-    void* library = (void*)LoadLibraryA(path);
-#else
-    void* library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-#endif
-    if (!library) return 0;
-    Init = (InitFunction)FindExport(library, "VeltJS_Init");
-    Parse = (ParseFunction)FindExport(library, "VeltJS_Parse");
-    Compile = (CompileFunction)FindExport(library, "VeltJS_Compile");
-    return Init && Parse && Compile;
 }
 
 /* prefix, `count` copies of `unit`, suffix: one NUL-terminated script. */
@@ -83,9 +51,9 @@ static char* Script(const char* prefix, const char* pad, const char* unit, long 
 
 static CompileUnit* ParseAndCompile(char* source) {
     if (!source) return NULL;
-    CompileUnit* unit = Parse(source, "range.js", "range");
+    CompileUnit* unit = api.Parse(source, "range.js", "range");
     free(source);
-    if (unit && unit->status == 0) Compile(unit, 1);
+    if (unit && unit->status == 0) api.Compile(unit, 1);
     return unit;
 }
 
@@ -170,11 +138,12 @@ int main(int argc, char** argv) {
         fprintf(stderr, "usage: %s <path of the VeltJS library>\n", argv[0]);
         return 2;
     }
-    if (!LoadExports(argv[1])) {
-        fprintf(stderr, "cannot load %s or its exports\n", argv[1]);
+    const char* missing = LoadExports(argv[1], &api);
+    if (missing) {
+        fprintf(stderr, "cannot load %s: %s\n", argv[1], missing);
         return 1;
     }
-    Init();
+    api.Init();
     CheckForwardAtTheLimit();
     CheckForwardPastTheLimit();
     CheckBackwardAtTheLimit();

@@ -10,9 +10,6 @@
 #if defined(_WIN32)
 #  include <fcntl.h>
 #  include <io.h>
-#  include <windows.h>
-#else
-#  include <dlfcn.h>
 #endif
 
 #include <stdint.h>
@@ -20,49 +17,10 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "load_exports.h"
 #include "veltjs.h"
 
-typedef void (*InitFunction)(void);
-typedef CompileUnit* (*ParseFunction)(const char*, const char*, const char*);
-typedef CompileUnit* (*CompileFunction)(CompileUnit*, uint8_t);
-typedef char* (*DisasmFunction)(const uint32_t*, int64_t);
-typedef void (*AddBuiltInFunction)(const char*);
-
-static InitFunction Init;
-static ParseFunction Parse;
-static CompileFunction Compile;
-static DisasmFunction Disasm;
-static AddBuiltInFunction AddBuiltIn;
-
-static void* FindExport(void* library, const char* name) {
-#if defined(_WIN32)
-    void* address = (void*)GetProcAddress((HMODULE)library, name);
-#else
-    void* address = dlsym(library, name);
-#endif
-    if (!address) {
-        fprintf(stderr, "veltjs_dump: the library has no export %s\n", name);
-        exit(2);
-    }
-    return address;
-}
-
-static void LoadLibraryExports(const char* path) {
-#if defined(_WIN32)
-    void* library = (void*)LoadLibraryA(path);
-#else
-    void* library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-#endif
-    if (!library) {
-        fprintf(stderr, "veltjs_dump: cannot load %s\n", path);
-        exit(2);
-    }
-    Init = (InitFunction)FindExport(library, "VeltJS_Init");
-    Parse = (ParseFunction)FindExport(library, "VeltJS_Parse");
-    Compile = (CompileFunction)FindExport(library, "VeltJS_Compile");
-    Disasm = (DisasmFunction)FindExport(library, "VeltJS_Disasm");
-    AddBuiltIn = (AddBuiltInFunction)FindExport(library, "VeltJS_AddBuiltInFunction");
-}
+static VeltJSExports api;
 
 /* The whole file, NUL-terminated; null when it cannot be read. */
 static char* ReadWholeFile(const char* path, size_t* size) {
@@ -165,7 +123,7 @@ static void WriteUnit(FILE* out, const CompileUnit* unit, int listing) {
     WritePatches(out, "strings", unit->strings, unit->stringCount);
     WriteFunctions(out, unit->fourth, unit->fourthCount);
     if (listing && unit->code && unit->codeSize > 0) {
-        char* text = Disasm(unit->code, unit->codeSize);
+        char* text = api.Disasm(unit->code, unit->codeSize);
         fputs("listing\n", out);
         WriteEscaped(out, text);
         fputc('\n', out);
@@ -195,8 +153,8 @@ static int DumpScript(FILE* out, const char* path, int index, uint8_t topLevel, 
     }
     char scriptName[1024];
     ScriptNameOf(path, scriptName, sizeof scriptName);
-    CompileUnit* unit = Parse(source, path, scriptName);
-    if (unit && unit->status == 0) Compile(unit, topLevel);
+    CompileUnit* unit = api.Parse(source, path, scriptName);
+    if (unit && unit->status == 0) api.Compile(unit, topLevel);
     fflush(stdout);
     if (!unit) fprintf(out, "no unit\n");
     else WriteUnit(out, unit, listing);
@@ -218,13 +176,17 @@ int main(int argc, char** argv) {
                         "[--builtins FILE] SCRIPT...|@LIST\n");
         return 2;
     }
-    LoadLibraryExports(argv[1]);
+    const char* missing = LoadExports(argv[1], &api);
+    if (missing) {
+        fprintf(stderr, "veltjs_dump: cannot load %s (%s)\n", argv[1], missing);
+        return 2;
+    }
     FILE* out = fopen(argv[2], "wb");
     if (!out) {
         fprintf(stderr, "veltjs_dump: cannot write %s\n", argv[2]);
         return 2;
     }
-    Init();
+    api.Init();
     uint8_t topLevel = 0;
     int listing = 1, index = 0, unreadable = 0;
     for (int i = 3; i < argc; i++) {
@@ -240,7 +202,7 @@ int main(int argc, char** argv) {
             }
             for (char* line = strtok(names, "\n"); line; line = strtok(NULL, "\n")) {
                 TrimLineEnd(line);
-                if (line[0]) AddBuiltIn(line);
+                if (line[0]) api.AddBuiltIn(line);
             }
             /* The table keeps a copy of each name. */
             free(names);

@@ -5,7 +5,6 @@
 #if defined(_WIN32)
 #  include <windows.h>
 #else
-#  include <dlfcn.h>
 #  include <pthread.h>
 #endif
 
@@ -14,24 +13,11 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "load_exports.h"
 #include "veltjs.h"
 
-typedef void (*InitFunction)(void);
-typedef void (*QuitFunction)(void);
-typedef CompileUnit* (*ParseFunction)(const char*, const char*, const char*);
-typedef CompileUnit* (*CompileFunction)(CompileUnit*, uint8_t);
-typedef char* (*DisasmFunction)(const uint32_t*, int64_t);
-typedef void (*AddNameFunction)(const char*, int32_t);
-typedef void (*AddBuiltInFunction)(const char*);
 
-static InitFunction Init;
-static QuitFunction Quit;
-static ParseFunction Parse;
-static CompileFunction Compile;
-static DisasmFunction Disasm;
-static AddNameFunction AddName;
-static AddBuiltInFunction AddBuiltIn;
-
+static VeltJSExports api;
 static int failures;
 static int failuresByArea[5];
 static const char* const areaNames[5] = {"api", "disasm", "parser", "codegen", "nesting"};
@@ -97,49 +83,11 @@ static const char* FirstError(const CompileUnit* unit) {
     return unit->errors[0];
 }
 
-/* ---- loading ---- */
-
-#if defined(_WIN32)
-static HMODULE library;
-static int OpenLibrary(const char* path) { return (library = LoadLibraryA(path)) != NULL; }
-static void* Resolve(const char* name) {
-    FARPROC address = GetProcAddress(library, name);
-    void* pointer;
-    memcpy(&pointer, &address, sizeof pointer);
-    return pointer;
-}
-#else
-static void* library;
-static int OpenLibrary(const char* path) { return (library = dlopen(path, RTLD_NOW | RTLD_LOCAL)) != NULL; }
-static void* Resolve(const char* name) { return dlsym(library, name); }
-#endif
-
-/* Function and object pointers are converted by copying the bits: ISO C has no cast between
- * them, and the loaders hand out one kind for the other. */
-#define RESOLVE(target, name)                                          \
-    do {                                                               \
-        void* address = Resolve(name);                                 \
-        Check(AREA_API, "resolve " name, address != NULL);             \
-        if (!address) return 0;                                        \
-        memcpy(&(target), &address, sizeof(target));                   \
-    } while (0)
-
-static int ResolveExports(void) {
-    RESOLVE(Init, "VeltJS_Init");
-    RESOLVE(Quit, "VeltJS_Quit");
-    RESOLVE(Parse, "VeltJS_Parse");
-    RESOLVE(Compile, "VeltJS_Compile");
-    RESOLVE(Disasm, "VeltJS_Disasm");
-    RESOLVE(AddName, "VeltJS_AddName");
-    RESOLVE(AddBuiltIn, "VeltJS_AddBuiltInFunction");
-    return 1;
-}
-
 /* ---- disassembler ---- */
 
 /* The listing of code, freed; "(NULL)" stands for a null result. */
 static void CheckListing(int area, const char* name, const uint32_t* code, int64_t length, const char* expected) {
-    char* listing = Disasm(code, length);
+    char* listing = api.Disasm(code, length);
     CheckText(area, name, listing ? listing : "(NULL)", expected);
     free(listing);
 }
@@ -198,10 +146,10 @@ static void CheckFloat(const char* name, uint32_t bits, const char* text) {
 
 static void CheckDisassemblerBasics(void) {
     const uint32_t one = 0x9C0F0000u;
-    char* nothing = Disasm(&one, 0);
+    char* nothing = api.Disasm(&one, 0);
     Check(AREA_DISASM, "length 0 gives NULL", nothing == NULL);
     free(nothing);
-    nothing = Disasm(&one, -8);
+    nothing = api.Disasm(&one, -8);
     Check(AREA_DISASM, "negative length gives NULL", nothing == NULL);
     free(nothing);
     CheckListing(AREA_DISASM, "ret.e prints its suffix but no value", &one, 4,
@@ -253,13 +201,13 @@ static void CheckString(const char* name, int32_t index, const char* text) {
 /* Before any compile the name count is 0, so only entry 0 is visible to the listing (a push.s
  * index may equal the count). */
 static void CheckNamesBeforeCompiling(void) {
-    AddName("alpha", -5);
+    api.AddName("alpha", -5);
     CheckString("AddName index -5 writes entry 0", 0, "\"alpha\"");
-    AddName("beta", 0);
+    api.AddName("beta", 0);
     CheckString("AddName index == count writes entry 0", 0, "\"beta\"");
     CheckString("push.s past the count (0) prints (null)", 1, "\"(null)\"");
     /* Beyond the count the array is rebuilt with only the first `count` (none) entries copied. */
-    AddName("foo", 5);
+    api.AddName("foo", 5);
     CheckString("AddName beyond count leaves entry 0 empty when the count is 0", 0, "\"(null)\"");
     CheckSampleListing(AREA_DISASM, "sample listing, call index 5 above the count", "<unknown>");
     {
@@ -275,7 +223,7 @@ static void CheckNamesBeforeCompiling(void) {
 /* ---- parsing and compiling ---- */
 
 static CompileUnit* ParseAndCompile(const char* source, const char* name, int expectParsed) {
-    CompileUnit* unit = Parse(source, "file.js", "main");
+    CompileUnit* unit = api.Parse(source, "file.js", "main");
     if (!unit) {
         Report(AREA_API, name, 0, "VeltJS_Parse returned NULL");
         return NULL;
@@ -285,11 +233,11 @@ static CompileUnit* ParseAndCompile(const char* source, const char* name, int ex
         snprintf(label, sizeof label, "%s: parses", name);
         Report(AREA_PARSER, label, unit->status == 0 && unit->parser != NULL, FirstError(unit));
     }
-    return Compile(unit, 1);
+    return api.Compile(unit, 1);
 }
 
 static int CheckParsing(void) {
-    CompileUnit* empty = Parse("", "file.js", "main");
+    CompileUnit* empty = api.Parse("", "file.js", "main");
     Check(AREA_API, "parse of the empty source returns a unit", empty != NULL);
     if (!empty) return 0;
     CheckInt(AREA_PARSER, "empty source: status 0", empty->status, 0);
@@ -297,7 +245,7 @@ static int CheckParsing(void) {
     CheckInt(AREA_PARSER, "empty source: no errors", empty->errorCount, 0);
     CheckText(AREA_API, "parse keeps the script name", empty->scriptName, "main");
 
-    CompileUnit* broken = Parse("var a = 1;\nvar = 2;\n", "file.js", "main");
+    CompileUnit* broken = api.Parse("var a = 1;\nvar = 2;\n", "file.js", "main");
     Check(AREA_API, "parse of a syntax error returns a unit", broken != NULL);
     if (broken) {
         CheckInt(AREA_PARSER, "syntax error: status 1", broken->status, 1);
@@ -312,9 +260,9 @@ static int CheckParsing(void) {
 }
 
 static void CheckFirstCompile(void) {
-    CompileUnit* unit = Parse("", "file.js", "main");
+    CompileUnit* unit = api.Parse("", "file.js", "main");
     if (!unit) return;
-    CompileUnit* compiled = Compile(unit, 1);
+    CompileUnit* compiled = api.Compile(unit, 1);
     Check(AREA_API, "compile returns the unit it was given", compiled == unit);
     CheckInt(AREA_CODEGEN, "empty program: status 0", unit->status, 0);
     CheckInt(AREA_CODEGEN, "empty program: no errors", unit->errorCount, 0);
@@ -366,8 +314,8 @@ static void CheckFixedNames(void) {
         return;
     }
     int32_t count = before->nameCount;
-    AddName(fixedBeyond, count + 4);  /* first: a rebuild copies only entries below the count */
-    AddName(fixedAtCount, count);
+    api.AddName(fixedBeyond, count + 4);  /* first: a rebuild copies only entries below the count */
+    api.AddName(fixedAtCount, count);
     CompileUnit* after = ParseAndCompile("", "empty program after placing names", 0);
     if (!after || after->status != 0 || !after->names) {
         Report(AREA_CODEGEN, "fixed names: compile after placing names", 0, FirstError(after));
@@ -396,7 +344,7 @@ static void CheckSampleAfterInterning(void) {
     CheckInt(AREA_CODEGEN, "var a, b, c, d, e: status 0", unit->status, 0);
     Report(AREA_CODEGEN, "var a, b, c, d, e: more than 5 names interned", unit->nameCount > 5, FirstError(unit));
     if (unit->nameCount > 5) {
-        AddName("foo", 5);
+        api.AddName("foo", 5);
         CheckSampleListing(AREA_DISASM, "sample listing verbatim, foo at index 5", "foo");
         uint32_t words[2] = {0xC0050000u, 5u};
         CheckOne("push.v of name 5", words, 2, "push.v", "$foo$");
@@ -494,7 +442,7 @@ static void CheckNesting(const char* where) {
         const struct Nested* shape = &nestedConstructs[i];
         char* source = Build(shape, 100000);
         if (source) {
-            CompileUnit* unit = Parse(source, "file.js", "main");
+            CompileUnit* unit = api.Parse(source, "file.js", "main");
             snprintf(label, sizeof label, "%s: 100000 nested %s: nesting too deep", where, shape->name);
             Report(AREA_NESTING, label, unit && unit->status == 1 && EndsWith(FirstError(unit), "nesting too deep\n"),
                    FirstError(unit));
@@ -502,11 +450,11 @@ static void CheckNesting(const char* where) {
         }
         source = Build(shape, 500);
         if (source) {
-            CompileUnit* unit = Parse(source, "file.js", "main");
+            CompileUnit* unit = api.Parse(source, "file.js", "main");
             snprintf(label, sizeof label, "%s: 500 nested %s: parse status 0", where, shape->name);
             Report(AREA_NESTING, label, unit && unit->status == 0, FirstError(unit));
             if (unit && unit->status == 0) {
-                Compile(unit, 1);
+                api.Compile(unit, 1);
                 snprintf(label, sizeof label, "%s: 500 nested %s: compile status 0", where, shape->name);
                 Report(AREA_NESTING, label, unit->status == 0, FirstError(unit));
             }
@@ -517,19 +465,19 @@ static void CheckNesting(const char* where) {
         const struct Nested* shape = &chains[i];
         char* source = Build(shape, 1000);
         if (source) {
-            CompileUnit* unit = Parse(source, "file.js", "main");
-            if (unit && unit->status == 0) Compile(unit, 1);
+            CompileUnit* unit = api.Parse(source, "file.js", "main");
+            if (unit && unit->status == 0) api.Compile(unit, 1);
             snprintf(label, sizeof label, "%s: 1000 %s: compile status 0", where, shape->name);
             Report(AREA_NESTING, label, unit && unit->status == 0, FirstError(unit));
             free(source);
         }
         source = Build(shape, 100000);
         if (source) {
-            CompileUnit* unit = Parse(source, "file.js", "main");
+            CompileUnit* unit = api.Parse(source, "file.js", "main");
             snprintf(label, sizeof label, "%s: 100000 %s: parse status 0", where, shape->name);
             Report(AREA_NESTING, label, unit && unit->status == 0, FirstError(unit));
             if (unit && unit->status == 0) {
-                Compile(unit, 1);
+                api.Compile(unit, 1);
                 snprintf(label, sizeof label, "%s: 100000 %s: compile ends in nesting too deep", where, shape->name);
                 Report(AREA_NESTING, label, unit->status == 1 && EndsWith(FirstError(unit), "nesting too deep\n"),
                        FirstError(unit));
@@ -543,10 +491,10 @@ static void CheckNesting(const char* where) {
 static int Accepts(const struct Nested* shape, int levels, int compile) {
     char* source = Build(shape, levels);
     if (!source) return 0;
-    CompileUnit* unit = Parse(source, "file.js", "main");
+    CompileUnit* unit = api.Parse(source, "file.js", "main");
     int ok = unit && unit->status == 0;
     if (ok && compile) {
-        Compile(unit, 1);
+        api.Compile(unit, 1);
         ok = unit->status == 0;
     }
     free(source);
@@ -609,15 +557,15 @@ int main(int argc, char** argv) {
         fprintf(stderr, "usage: %s <path of the VeltJS library>\n", argv[0]);
         return 2;
     }
-    Check(AREA_API, "load the library", OpenLibrary(argv[1]));
-    if (!library) return 1;
-    if (!ResolveExports()) return 1;
+    const char* missing = LoadExports(argv[1], &api);
+    Report(AREA_API, "load the library and resolve the seven exports", missing == NULL, missing);
+    if (missing) return 1;
 
-    Init();
-    Init();  /* a second call rebuilds the same table */
-    AddBuiltIn("show_message");
-    AddBuiltIn("show_message");  /* duplicates are accepted */
-    AddBuiltIn("array_length");
+    api.Init();
+    api.Init();  /* a second call rebuilds the same table */
+    api.AddBuiltIn("show_message");
+    api.AddBuiltIn("show_message");  /* duplicates are accepted */
+    api.AddBuiltIn("array_length");
     Check(AREA_API, "init and built-in functions", 1);
 
     CheckDisassemblerBasics();
@@ -630,7 +578,7 @@ int main(int argc, char** argv) {
     CheckNesting("main thread");
     CheckNestingOnSmallStack();
 
-    Quit();
+    api.Quit();
     printf("%d check(s) failed", failures);
     for (int i = 0; i < 5; i++) {
         if (failuresByArea[i]) printf(", %s: %d", areaNames[i], failuresByArea[i]);

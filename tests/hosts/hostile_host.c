@@ -3,35 +3,16 @@
  * host guide says ("Calls outside the calling order"), the same on Linux and on Windows. Prints
  * one line per check and exits non-zero when any check fails; a crash ends the run early, which
  * the log shows. */
-#if defined(_WIN32)
-#  include <windows.h>
-#else
-#  include <dlfcn.h>
-#endif
-
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include "load_exports.h"
 #include "veltjs.h"
 
-typedef void (*InitFunction)(void);
-typedef void (*QuitFunction)(void);
-typedef CompileUnit* (*ParseFunction)(const char*, const char*, const char*);
-typedef CompileUnit* (*CompileFunction)(CompileUnit*, uint8_t);
-typedef char* (*DisasmFunction)(const uint32_t*, int64_t);
-typedef void (*AddNameFunction)(const char*, int32_t);
-typedef void (*AddBuiltInFunction)(const char*);
 
-static InitFunction Init;
-static QuitFunction Quit;
-static ParseFunction Parse;
-static CompileFunction Compile;
-static DisasmFunction Disasm;
-static AddNameFunction AddName;
-static AddBuiltInFunction AddBuiltIn;
-
+static VeltJSExports api;
 static int failures;
 
 /* Lines are flushed one by one so that the log shows how far a crashing run got. */
@@ -63,45 +44,9 @@ static const char* FirstError(const CompileUnit* unit) {
     return unit->errors[0];
 }
 
-/* ---- loading ---- */
-
-#if defined(_WIN32)
-static HMODULE library;
-static int OpenLibrary(const char* path) { return (library = LoadLibraryA(path)) != NULL; }
-static void* Resolve(const char* name) {
-    FARPROC address = GetProcAddress(library, name);
-    void* pointer;
-    memcpy(&pointer, &address, sizeof pointer);
-    return pointer;
-}
-#else
-static void* library;
-static int OpenLibrary(const char* path) { return (library = dlopen(path, RTLD_NOW | RTLD_LOCAL)) != NULL; }
-static void* Resolve(const char* name) { return dlsym(library, name); }
-#endif
-
-#define RESOLVE(target, name)                                          \
-    do {                                                               \
-        void* address = Resolve(name);                                 \
-        Check("resolve " name, address != NULL);                       \
-        if (!address) return 0;                                        \
-        memcpy(&(target), &address, sizeof(target));                   \
-    } while (0)
-
-static int ResolveExports(void) {
-    RESOLVE(Init, "VeltJS_Init");
-    RESOLVE(Quit, "VeltJS_Quit");
-    RESOLVE(Parse, "VeltJS_Parse");
-    RESOLVE(Compile, "VeltJS_Compile");
-    RESOLVE(Disasm, "VeltJS_Disasm");
-    RESOLVE(AddName, "VeltJS_AddName");
-    RESOLVE(AddBuiltIn, "VeltJS_AddBuiltInFunction");
-    return 1;
-}
-
 static CompileUnit* ParseAndCompile(const char* source, const char* fileName, const char* scriptName) {
-    CompileUnit* unit = Parse(source, fileName, scriptName);
-    if (unit && unit->status == 0) Compile(unit, 1);
+    CompileUnit* unit = api.Parse(source, fileName, scriptName);
+    if (unit && unit->status == 0) api.Compile(unit, 1);
     return unit;
 }
 
@@ -113,8 +58,8 @@ static const char kTwoParameters[] = "function g(first, second) { return second;
 static void CheckCallsBeforeInit(void) {
     static const char early[] = "earlyName";
     CompileUnit* unit;
-    AddBuiltIn("early_builtin");
-    AddName(early, 3);
+    api.AddBuiltIn("early_builtin");
+    api.AddName(early, 3);
     unit = ParseAndCompile(kTwoParameters, "early.js", "early");
     CheckLong("before init: parse and compile succeed", unit ? unit->status : 99, 0);
     /* b end; push.v ...: with every long name hashing alike, `second` is found as the function's
@@ -131,18 +76,18 @@ static void CheckCallsAfterInit(void) {
 }
 
 static void CheckNullPointers(void) {
-    CompileUnit* unit = Parse(NULL, NULL, NULL);
+    CompileUnit* unit = api.Parse(NULL, NULL, NULL);
     CheckLong("null source, file and script names: status", unit ? unit->status : 99, 0);
     CheckText("null script name: empty script name", unit ? unit->scriptName : NULL, "");
-    Compile(unit, 0);
+    api.Compile(unit, 0);
     CheckLong("null source compiles to no code", unit ? unit->codeSize : -1, 0);
 
-    unit = Parse("var = 1;", NULL, "main");
+    unit = api.Parse("var = 1;", NULL, "main");
     CheckText("null file name: empty in the message", FirstError(unit), "Error : (1) : Got '=' (=) expected 'id'\n");
 
-    Check("compile of a null unit returns null", Compile(NULL, 0) == NULL && Compile(NULL, 1) == NULL);
-    Check("disassembly of a null pointer returns null", Disasm(NULL, 8) == NULL && Disasm(NULL, 0) == NULL);
-    AddBuiltIn(NULL);
+    Check("compile of a null unit returns null", api.Compile(NULL, 0) == NULL && api.Compile(NULL, 1) == NULL);
+    Check("disassembly of a null pointer returns null", api.Disasm(NULL, 8) == NULL && api.Disasm(NULL, 0) == NULL);
+    api.AddBuiltIn(NULL);
     Check("a null built-in name is accepted", 1);
 }
 
@@ -151,28 +96,28 @@ static void CheckEmptyStrings(void) {
     CompileUnit* unit = ParseAndCompile("", "", "");
     CheckLong("empty source, file and script names: status", unit ? unit->status : 99, 0);
     CheckLong("empty source compiles to no code", unit ? unit->codeSize : -1, 0);
-    unit = Parse("var 1;", "", "");
+    unit = api.Parse("var 1;", "", "");
     CheckText("empty file name: empty in the message", FirstError(unit), "Error : (1) : Got '1' (int) expected 'id'\n");
-    AddBuiltIn("");
+    api.AddBuiltIn("");
     Check("an empty built-in name is accepted", 1);
-    Check("disassembly of no bytes returns null", Disasm(words, 0) == NULL && Disasm(words, -4) == NULL);
+    Check("disassembly of no bytes returns null", api.Disasm(words, 0) == NULL && api.Disasm(words, -4) == NULL);
 }
 
 static void CheckUnitsUsedTwice(void) {
-    CompileUnit* unit = Parse("var a = 1; function f() {}", "twice.js", "twice");
+    CompileUnit* unit = api.Parse("var a = 1; function f() {}", "twice.js", "twice");
     uint32_t* firstCode;
-    Compile(unit, 0);
+    api.Compile(unit, 0);
     CheckLong("first compile: status", unit->status, 0);
     CheckLong("first compile: code size", unit->codeSize, 72);
     firstCode = unit->code;
-    Compile(unit, 0);
+    api.Compile(unit, 0);
     CheckLong("second compile of one unit: status", unit->status, 0);
     CheckLong("second compile starts from the first statement again: code size", unit->codeSize, 28);
     Check("second compile: new code, the first kept", unit->code != firstCode && firstCode[0] != 0);
 
-    unit = Parse("var = 1;", "bad.js", "bad");
+    unit = api.Parse("var = 1;", "bad.js", "bad");
     CheckLong("failed parse: status", unit->status, 1);
-    Compile(unit, 0);
+    api.Compile(unit, 0);
     CheckLong("compile after a failed parse: status", unit->status, 0);
     CheckLong("compile after a failed parse: no code", unit->codeSize, 0);
     CheckLong("compile after a failed parse: no position pairs", unit->code2Size, 0);
@@ -186,8 +131,8 @@ static void CheckUnitsUsedTwice(void) {
 static void CheckNamesNoMemoryCanHold(void) {
     static const char name[] = "x";
     CompileUnit* unit;
-    AddName(name, 0x7FFFFFF0);
-    AddName(name, INT32_MAX);
+    api.AddName(name, 0x7FFFFFF0);
+    api.AddName(name, INT32_MAX);
     Check("names at ids no memory can hold are refused quietly", 1);
     unit = ParseAndCompile("var afterwards = 1;", "after.js", "after");
     CheckLong("the next compile succeeds", unit ? unit->status : 99, 0);
@@ -243,7 +188,7 @@ static void CheckMillionLines(void) {
     }
     source[2 * lines - 2] = '\'';
     source[2 * lines - 1] = '\0';
-    unit = Parse(source, "lines.js", "lines");
+    unit = api.Parse(source, "lines.js", "lines");
     CheckText("an error on line 1,000,000", FirstError(unit), "Error : lines.js(1000000) : unterminated string literal\n");
     free(source);
 }
@@ -253,12 +198,15 @@ int main(int argc, char** argv) {
         fprintf(stderr, "usage: %s <path of the VeltJS library>\n", argv[0]);
         return 2;
     }
-    Check("load the library", OpenLibrary(argv[1]));
-    if (!library) return 1;
-    if (!ResolveExports()) return 1;
+    const char* missing = LoadExports(argv[1], &api);
+    Check("load the library and resolve the seven exports", missing == NULL);
+    if (missing) {
+        printf("missing: %s\n", missing);
+        return 1;
+    }
 
     CheckCallsBeforeInit();
-    Init();
+    api.Init();
     CheckCallsAfterInit();
     CheckNullPointers();
     CheckEmptyStrings();
@@ -266,7 +214,7 @@ int main(int argc, char** argv) {
     CheckNamesNoMemoryCanHold();
     CheckHundredMegabyteSource();
     CheckMillionLines();
-    Quit();
+    api.Quit();
 
     printf("%d check(s) failed\n", failures);
     return failures == 0 ? 0 : 1;
