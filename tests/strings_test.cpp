@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "support/strings.h"
 
@@ -220,5 +221,36 @@ TEST(PtrArray, EntryAtTheCountIsAlwaysAddressableAndZero) {
         ASSERT_EQ(array.data[array.count], nullptr);
         ASSERT_GT(array.reserved, array.count);
     }
+    FreePtrArray(array);
+}
+
+TEST(PtrArray, ALargeArrayGrowsInPlaceAndEveryEarlierViewStaysReadable) {
+    PtrArray array{};
+    InitPtrArray(array, 8);
+    std::vector<void**> views;
+    std::vector<int32_t> counts;
+    constexpr intptr_t kEntries = 1500000;   // 12 MB of entries: well past the 2 MiB blocks
+    for (intptr_t i = 0; i < kEntries; i++) {
+        void** before = array.data;
+        PushPtr(array, reinterpret_cast<void*>(i + 1));
+        if (array.data != before) {
+            views.push_back(array.data);
+            counts.push_back(array.count);
+        }
+        ASSERT_EQ(array.data[array.count], nullptr);
+    }
+    for (intptr_t i = 0; i < kEntries; i++) ASSERT_EQ(array.data[i], reinterpret_cast<void*>(i + 1));
+    // A unit keeps the data pointer of its time: whatever block it was, its entries are still there.
+    for (size_t v = 0; v < views.size(); v++) {
+        for (int32_t i = 0; i < counts[v]; i++) ASSERT_EQ(views[v][i], reinterpret_cast<void*>(i + 1)) << v;
+    }
+#if defined(__linux__)
+    // From 2 MiB on the array has address space to grow into: it moved at most once past that size.
+    size_t moves = 0;
+    for (void** view : views) moves += view == array.data ? 1 : 0;
+    EXPECT_EQ(moves, 1u);
+    EXPECT_LT(views.size(), 20u);
+    EXPECT_EQ(array.reserved, (1 << 27) - 2);   // 1 GiB of address space less the two header words
+#endif
     FreePtrArray(array);
 }

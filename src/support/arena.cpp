@@ -19,10 +19,10 @@ size_t RoundUp(size_t size) { return (size + kAlignment - 1) & ~(kAlignment - 1)
 
 #if defined(__linux__)
 // `bytes` (a multiple of kArenaLargestBlock) mapped at a kArenaLargestBlock boundary and advised
-// for huge pages, or null.
-uint8_t* MapAligned(size_t bytes) {
+// for huge pages, or null. `flags` are added to the mapping's.
+uint8_t* MapAligned(size_t bytes, int flags = 0) {
     size_t span = bytes + kArenaLargestBlock;
-    void* mapped = mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    void* mapped = mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | flags, -1, 0);
     if (mapped == MAP_FAILED) return nullptr;
     uintptr_t start = reinterpret_cast<uintptr_t>(mapped);
     uintptr_t aligned = (start + kArenaLargestBlock - 1) & ~(uintptr_t{kArenaLargestBlock} - 1);
@@ -164,6 +164,15 @@ void* AllocateZeroedTable(size_t bytes) {
     void* table = std::calloc(bytes == 0 ? 1 : bytes, 1);
     if (!table) throw std::bad_alloc();
     return table;
+}
+
+void* ReserveZeroedTable(size_t bytes) noexcept {
+#if defined(__linux__)
+    return MapAligned(RoundToLargestBlock(bytes), MAP_NORESERVE);
+#else
+    (void)bytes;
+    return nullptr;
+#endif
 }
 
 void FreeTable(void* table, size_t bytes) {

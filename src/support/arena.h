@@ -66,7 +66,13 @@ void ArenaRewind(Arena& arena, const void* start);
 void* AllocateTable(size_t bytes);
 // The same with every byte zero.
 void* AllocateZeroedTable(size_t bytes);
-// Gives back a table from AllocateTable or AllocateZeroedTable of the same size (null is ignored).
+// Address space for a table that grows in place up to `bytes`: zero, and resident only as far as
+// it is written (Linux: an unreserved mapping advised for huge pages). Null when it cannot be had,
+// and always elsewhere; the caller then grows by copying. Given back with FreeTable. The test
+// build's failure hook leaves it alone: the copying path is the one whose failures matter.
+void* ReserveZeroedTable(size_t bytes) noexcept;
+// Gives back a table from AllocateTable, AllocateZeroedTable or ReserveZeroedTable of the same
+// size (null is ignored).
 void FreeTable(void* table, size_t bytes);
 
 // Memory for records that live only while one compile runs (branch labels and their pending

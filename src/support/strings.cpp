@@ -211,6 +211,10 @@ void FreeStringBuilder(StringBuilder& builder) {
 // into them. Growth doubles, so the kept blocks together are smaller than the current one.
 constexpr size_t kPtrBlockHeader = 2;
 
+// A block that reaches this size is instead address space for this many bytes, which the array
+// then grows into without moving: no copy, and no old block kept beside it.
+constexpr size_t kPtrRegionBytes = size_t{1} << 30;
+
 // A pointer array's blocks are kept for the array's life, and the large ones are filled a page at
 // a time as the array grows: from 2 MiB up they are huge-page mappings, as the indexes' tables
 // are, so that filling them takes a page fault per 2 MiB.
@@ -221,7 +225,14 @@ static void EnsureReserved(PtrArray& array, int64_t entries) {
     if (reserved > INT32_MAX - 1) throw std::bad_alloc();
     // Two header words: the previous block, and this block's size in bytes (for giving it back).
     size_t bytes = (static_cast<size_t>(reserved) + kPtrBlockHeader) * sizeof(void*);
-    void** block = static_cast<void**>(AllocateZeroedTable(bytes));
+    void** block = nullptr;
+    if (bytes >= kArenaLargestBlock && bytes <= kPtrRegionBytes) {
+        if ((block = static_cast<void**>(ReserveZeroedTable(kPtrRegionBytes)))) {
+            bytes = kPtrRegionBytes;
+            reserved = static_cast<int64_t>(bytes / sizeof(void*) - kPtrBlockHeader);
+        }
+    }
+    if (!block) block = static_cast<void**>(AllocateZeroedTable(bytes));
     block[0] = array.data ? static_cast<void*>(array.data - kPtrBlockHeader) : nullptr;
     block[1] = reinterpret_cast<void*>(static_cast<uintptr_t>(bytes));
     void** data = block + kPtrBlockHeader;
