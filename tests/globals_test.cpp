@@ -109,3 +109,19 @@ TEST(NameTable, LookupsAndPushesWithAKnownHashAgreeWithThePlainOnes) {
         EXPECT_EQ(FindName(HashText(copy.c_str(), copy.size())), ScanForName(copy.c_str())) << i;
     }
 }
+
+TEST(NameTable, EveryNameIsFoundWhileTheIndexMovesItsSlotsToALargerTable) {
+    // The index grows at half full and moves the old table's slots over the next insertions: a
+    // name must be found at its id whichever table holds it at the time.
+    VeltJS_Init();
+    static std::vector<std::string> storage;   // lives on: the table holds pointers into it
+    std::vector<std::string>* texts = &storage;
+    texts->reserve(100000);
+    for (int i = 0; i < 100000; i++) texts->push_back("grow_" + std::to_string(i));
+    for (int i = 0; i < 100000; i++) {
+        ASSERT_EQ(PushName((*texts)[static_cast<size_t>(i)].c_str()), i);
+        for (int earlier : {0, i / 3, i / 2, i > 0 ? i - 1 : 0, i}) {
+            ASSERT_EQ(FindName((*texts)[static_cast<size_t>(earlier)].c_str()), earlier) << i << " " << earlier;
+        }
+    }
+}

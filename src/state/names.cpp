@@ -7,59 +7,88 @@
 
 namespace {
 
-void FreeIndex(NameIndex& index) {
-    if (index.slots) FreeTable(index.slots, (index.mask + 1) * sizeof(NameSlot));
-    index.slots = nullptr;
+constexpr uint64_t kFirstNameSlots = 1024;
+// Slots of the outgrown table moved per insertion: the new table has twice the slots, so at two
+// per insertion the move ends before the new table is half full; four leaves room.
+constexpr uint64_t kSlotsMovedPerInsert = 4;
+
+// Zeroed, so empty: a large table is a fresh mapping whose pages are touched only as names land.
+NameSlot* NewTable(uint64_t capacity) {
+    return static_cast<NameSlot*>(AllocateZeroedTable(capacity * sizeof(NameSlot)));
 }
 
-void Resize(NameIndex& index, uint64_t capacity) {
-    NameSlot* slots = static_cast<NameSlot*>(AllocateTable(capacity * sizeof(NameSlot)));
-    for (uint64_t i = 0; i < capacity; i++) slots[i].id = -1;
-    for (uint64_t i = 0; index.slots && i <= index.mask; i++) {
-        if (index.slots[i].id < 0) continue;
-        uint64_t at = index.slots[i].hash & (capacity - 1);
-        while (slots[at].id >= 0) at = (at + 1) & (capacity - 1);
-        slots[at] = index.slots[i];
-    }
-    FreeIndex(index);
-    index.slots = slots;
-    index.mask = capacity - 1;
-}
+int32_t IdOf(const NameSlot& slot) { return static_cast<int32_t>(slot.idPlusOne) - 1; }
 
-// The slot holding `text`, or the empty slot where it would go.
-NameSlot& Probe(NameIndex& index, const char* text, uint32_t hash) {
-    uint64_t at = hash & index.mask;
+// The slot of `slots` holding `text`, or the empty slot where it would go.
+NameSlot& Probe(NameSlot* slots, uint64_t mask, const char* text, uint32_t hash) {
+    uint64_t at = hash & mask;
     for (;;) {
-        NameSlot& slot = index.slots[at];
-        if (slot.id < 0) return slot;
+        NameSlot& slot = slots[at];
+        if (slot.idPlusOne == 0) return slot;
         if (slot.hash == hash) {
-            const char* held = static_cast<const char*>(NameArray.data[slot.id]);
+            const char* held = static_cast<const char*>(NameArray.data[IdOf(slot)]);
             if (held == text || std::strcmp(held, text) == 0) return slot;
         }
-        at = (at + 1) & index.mask;
+        at = (at + 1) & mask;
     }
+}
+
+int32_t Lookup(NameIndex& index, const char* text, uint32_t hash) {
+    int32_t id = IdOf(Probe(index.slots, index.mask, text, hash));
+    if (id < 0 && index.previous) id = IdOf(Probe(index.previous, index.previousMask, text, hash));
+    return id;
+}
+
+// A slot of the outgrown table into the current one: its text is in no other slot of either.
+void Place(NameIndex& index, const NameSlot& slot) {
+    uint64_t at = slot.hash & index.mask;
+    while (index.slots[at].idPlusOne != 0) at = (at + 1) & index.mask;
+    index.slots[at] = slot;
+}
+
+void MoveSlots(NameIndex& index, uint64_t count) {
+    for (; index.previous && count > 0; count--) {
+        const NameSlot& slot = index.previous[index.moved];
+        if (slot.idPlusOne != 0) Place(index, slot);
+        if (index.moved++ == index.previousMask) {
+            FreeTable(index.previous, (index.previousMask + 1) * sizeof(NameSlot));
+            index.previous = nullptr;
+        }
+    }
+}
+
+// Room for one more name: at half full, a table twice the size takes over and the old one's
+// slots follow over the next insertions. Throws std::bad_alloc with the index unchanged.
+void MakeRoom(NameIndex& index) {
+    if (static_cast<uint64_t>(index.used + 1) * 2 <= index.mask + 1) return;
+    MoveSlots(index, ~0ull);   // only when a growth has not ended yet: never in practice
+    NameSlot* slots = NewTable((index.mask + 1) * 2);
+    index.previous = index.slots;
+    index.previousMask = index.mask;
+    index.moved = 0;
+    index.slots = slots;
+    index.mask = index.previousMask * 2 + 1;
 }
 
 // Indexes the entries pushed since the last catch-up; `known` is the hash of `knownText`, which
 // saves hashing the entry just pushed again.
 void CatchUp(NameIndex& index, const char* knownText = nullptr, uint32_t known = 0) {
     if (index.stale || !index.slots) {
-        FreeIndex(index);
-        index.used = 0;
-        index.indexed = 0;
-        index.stale = false;
-        Resize(index, 1024);
+        FreeNameIndex(index);
+        index.slots = NewTable(kFirstNameSlots);
+        index.mask = kFirstNameSlots - 1;
     }
     for (; index.indexed < NameArray.count; index.indexed++) {
         const char* text = static_cast<const char*>(NameArray.data[index.indexed]);
         if (!text) continue;
-        if (static_cast<uint64_t>(index.used + 1) * 2 > index.mask + 1) Resize(index, (index.mask + 1) * 2);
         uint32_t hash = text == knownText ? known : TextHash(text);
-        NameSlot& slot = Probe(index, text, hash);
-        if (slot.id >= 0) continue;   // an earlier id already holds this text
+        if (Lookup(index, text, hash) >= 0) continue;   // an earlier id already holds this text
+        MakeRoom(index);
+        NameSlot& slot = Probe(index.slots, index.mask, text, hash);
         slot.hash = hash;
-        slot.id = index.indexed;
+        slot.idPlusOne = static_cast<uint32_t>(index.indexed) + 1;
         index.used++;
+        MoveSlots(index, kSlotsMovedPerInsert);
     }
 }
 
@@ -111,7 +140,7 @@ int32_t FindName(const char* text) { return FindName(HashedText{text, TextHash(t
 int32_t FindName(const HashedText& text) {
     NameIndex& index = State().nameIndex;
     CatchUp(index);
-    return Probe(index, text.text, text.hash).id;
+    return Lookup(index, text.text, text.hash);
 }
 
 int32_t PushName(const char* text) { return PushName(HashedText{text, text ? TextHash(text) : 0}); }
@@ -146,3 +175,9 @@ void PlaceName(const char* name, int32_t index) {
 }
 
 uint64_t NameOverwrites() { return State().nameOverwrites; }
+
+void FreeNameIndex(NameIndex& index) {
+    if (index.slots) FreeTable(index.slots, (index.mask + 1) * sizeof(NameSlot));
+    if (index.previous) FreeTable(index.previous, (index.previousMask + 1) * sizeof(NameSlot));
+    index = NameIndex{};
+}

@@ -28,7 +28,7 @@ void FreeTables(ProcessState& state) {
     FreePtrArray(state.varList);
     FreePtrArray(state.funcList);
     FreePtrArray(state.functionRecords);
-    if (state.nameIndex.slots) FreeTable(state.nameIndex.slots, (state.nameIndex.mask + 1) * sizeof(NameSlot));
+    FreeNameIndex(state.nameIndex);
     state.nameIndex = NameIndex{};
     if (state.functionIndex.slots) {
         FreeTable(state.functionIndex.slots, (state.functionIndex.mask + 1) * sizeof(FunctionSlot));

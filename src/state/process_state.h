@@ -18,16 +18,25 @@
 // Eight bytes, so that the index of a table of millions of names misses the cache less.
 struct NameSlot {
     uint32_t hash;
-    int32_t id;   // -1: empty
+    uint32_t idPlusOne;   // 0: empty, so that a fresh zeroed table is empty without a write
 };
 
 struct NameIndex {
     NameSlot* slots;
     uint64_t mask;
-    int64_t used;
+    int64_t used;      // names in both tables
     int32_t indexed;   // entries [0, indexed) are in the index
     bool stale;
+    // While the index grows: the table it outgrew, whose slots are moved into `slots` a few at
+    // each insertion (the first `moved` of them so far), so that no single lookup rehashes
+    // millions of names. Lookups read both tables; a text is in one of them only.
+    NameSlot* previous;
+    uint64_t previousMask;
+    uint64_t moved;
 };
+
+// Gives back both tables of the index.
+void FreeNameIndex(NameIndex& index);
 
 // Positions in the function-record list by qualified name: open addressing with linear probing.
 // A slot keeps the name's hash, the position and its own copy of the name (in the text arena).
