@@ -536,6 +536,51 @@ TEST(Labels, ForwardBranchesArePatchedWhenTheLabelIsPlaced) {
     EXPECT_EQ(t.Words()[2], 0xB6000002u);
 }
 
+TEST(Labels, AReleasedLabelServesTheNextLabelAsIfNew) {
+    TestCompile t;
+    BranchLabel* first = NewLabel(t.cx, "endwhile");
+    BranchToLabel(t.cx, first, OP_BF);
+    PlaceLabel(t.cx, first);
+    first->depth = 7;
+    ReleaseLabel(t.cx, first);
+    BranchLabel* next = NewLabel(t.cx, "startdo");
+    EXPECT_EQ(next, first);
+    EXPECT_STREQ(next->name, "startdo");
+    EXPECT_EQ(next->defined, 0u);
+    EXPECT_EQ(next->offset, 0);
+    EXPECT_EQ(next->pending, nullptr);
+    EXPECT_EQ(next->depth, -1);
+    EXPECT_EQ(next->reserved, 0u);
+    EXPECT_NE(NewLabel(t.cx, "enddo"), next);   // nothing else was released
+}
+
+TEST(Labels, ALabelSomeBranchStillWaitsForIsNotReleased) {
+    TestCompile t;
+    BranchLabel* waited = NewLabel(t.cx, "endif");
+    BranchToLabel(t.cx, waited, OP_B);
+    ReleaseLabel(t.cx, waited);
+    EXPECT_NE(NewLabel(t.cx, "else"), waited);
+    PlaceLabel(t.cx, waited);
+    EXPECT_EQ(t.Words()[0], 0xB6000001u);
+}
+
+TEST(Labels, APlacedLabelsSitesServeTheNextForwardBranches) {
+    TestCompile t;
+    BranchLabel* done = NewLabel(t.cx, "endif");
+    BranchToLabel(t.cx, done, OP_BF);
+    BranchSite* site = done->pending;
+    PlaceLabel(t.cx, done);
+    BranchLabel* later = NewLabel(t.cx, "endwhile");
+    BranchToLabel(t.cx, later, OP_B);
+    EXPECT_EQ(later->pending, site);
+    EXPECT_EQ(site->offset, 4);
+    EXPECT_EQ(site->next, nullptr);
+    Emit(t.cx, {0u});
+    PlaceLabel(t.cx, later);
+    EXPECT_EQ(t.Words()[0], 0xB8000001u);
+    EXPECT_EQ(t.Words()[1], 0xB6000002u);
+}
+
 TEST(Labels, BackwardBranchesAreWrittenAtOnce) {
     TestCompile t;
     Emit(t.cx, {0u});

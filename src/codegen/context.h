@@ -44,6 +44,11 @@ struct BranchLabel {
     int32_t depth;     // -1, or for a source label the continue-target count where it stands
 };
 
+// A released statement label's memory while it waits for the next label of the compile.
+struct SpareLabel {
+    SpareLabel* next;
+};
+
 // What a declared name is in its scope.
 enum VarEntryKind : uint32_t {
     kVarEntryVariable = 0,
@@ -87,6 +92,10 @@ struct CodeGenContext {
     // qualified names made in the innermost scope share.
     StringBuilder qualifierPrefix;
     StackGuard guard;        // the recursion of this compile
+    // Scratch records this compile is done with, reused before new ones are taken: the statement
+    // labels released so far and the branch sites of placed labels.
+    SpareLabel* spareLabels;
+    BranchSite* spareSites;
 };
 
 // The flags of a FunctionRecord that the scopes keep.
@@ -120,6 +129,11 @@ void EmitPushConstant(CodeGenContext& cx, uint32_t opcode, uint32_t type, double
 // A new label with depth -1, one of the compile's scratch records: it stays until the compile
 // ends, as fix-ups and the label table may still point at it after it is placed.
 BranchLabel* NewLabel(const char* name);
+// The same, reusing a label the compile released when there is one.
+BranchLabel* NewLabel(CodeGenContext& cx, const char* name);
+// A statement's label once the statement is compiled: placed, on no target stack and waited for
+// by no branch, so its memory serves the next label. A label still waited for is left as it is.
+void ReleaseLabel(CodeGenContext& cx, BranchLabel* label);
 // Labels and branches: forward branches are written with offset 0 and patched when placed.
 // A branch whose word offset does not fit the signed 23-bit field (2^22 words or more either
 // way) ends the compile with "branch offset out of range" at the current statement.

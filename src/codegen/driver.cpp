@@ -141,6 +141,8 @@ void CleanUpContext(CodeGenContext& cx) {
     cx.scriptName = nullptr;
     FreeStringBuilder(cx.nameScratch);
     FreeStringBuilder(cx.qualifierPrefix);
+    cx.spareLabels = nullptr;
+    cx.spareSites = nullptr;
 }
 
 // Walks the statements depth first (skipping function bodies) without recursing on the host's

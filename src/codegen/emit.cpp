@@ -2,6 +2,7 @@
 // keeps its scopes and jump targets in.
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "codegen/context.h"
 #include "parser/node.h"
@@ -124,18 +125,41 @@ BranchLabel* NewLabel(const char* name) {
     return label;
 }
 
+BranchLabel* NewLabel(CodeGenContext& cx, const char* name) {
+    SpareLabel* spare = cx.spareLabels;
+    if (!spare) return NewLabel(name);
+    cx.spareLabels = spare->next;
+    BranchLabel* label = new (spare) BranchLabel{};
+    label->name = name;
+    label->depth = -1;
+    return label;
+}
+
+void ReleaseLabel(CodeGenContext& cx, BranchLabel* label) {
+    static_assert(sizeof(SpareLabel) <= sizeof(BranchLabel), "a released label holds the link");
+    if (!label || label->pending) return;
+    cx.spareLabels = new (label) SpareLabel{cx.spareLabels};
+}
+
 // label: each pending site's word keeps its opcode and gets the word offset to here.
 void PlaceLabel(CodeGenContext& cx, BranchLabel* label) {
     label->offset = CodeOffset(cx);
     label->defined = 1;
     // Detached first: when a site is out of range the compile fails here, and the label must not
     // keep sites half patched.
-    BranchSite* site = label->pending;
+    BranchSite* first = label->pending;
     label->pending = nullptr;
-    for (; site; site = site->next) {
+    BranchSite* last = nullptr;
+    for (BranchSite* site = first; site; site = site->next) {
         uint32_t word = ReadWord(*cx.code, site->offset);
         int32_t words = BranchWords(cx, site->offset, label->offset);
         PatchWord(*cx.code, site->offset, MakeBranch(word >> 24, words) | site->extra);
+        last = site;
+    }
+    // Patched sites serve the next forward branches.
+    if (last) {
+        last->next = cx.spareSites;
+        cx.spareSites = first;
     }
 }
 
@@ -146,7 +170,12 @@ void BranchToLabel(CodeGenContext& cx, BranchLabel* label, uint32_t opcode) {
         Emit(cx, {MakeBranch(opcode, BranchWords(cx, here, label->offset))});
         return;
     }
-    BranchSite* site = static_cast<BranchSite*>(CompileRecord(sizeof(BranchSite)));
+    BranchSite* site = cx.spareSites;
+    if (site) {
+        cx.spareSites = site->next;
+    } else {
+        site = static_cast<BranchSite*>(CompileRecord(sizeof(BranchSite)));
+    }
     site->next = label->pending;
     site->offset = here;
     site->extra = 0;

@@ -49,8 +49,8 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
     int32_t position = FindFunctionRecord(qualified);
     int32_t parameterCount = 0;
     uint32_t* parameters = InternParameters(parameterList, &parameterCount);
-    BranchLabel* endFunction = NewLabel("endfunc");
-    BranchLabel* endCompile = NewLabel("endcompile");
+    BranchLabel* endFunction = NewLabel(cx, "endfunc");
+    BranchLabel* endCompile = NewLabel(cx, "endcompile");
     BranchToLabel(cx, endFunction, OP_B);
     FunctionRecord* record = NewFunctionRecord(0, 0, 0);
     int32_t namesBefore = NameArray.count;
@@ -88,6 +88,8 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
 
     // The name's first id, which is what interning its text again would return.
     EmitFunctionReference(cx, record->nameIndex);
+    ReleaseLabel(cx, endFunction);
+    ReleaseLabel(cx, endCompile);
     cx.topLevel = savedTopLevel;
 }
 

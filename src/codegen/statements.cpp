@@ -36,7 +36,6 @@ struct ClauseRecord {
     Node* statements;
 };
 
-// Statement labels, like the operators' labels, stay allocated: fix-ups may still point at them.
 void PushTargets(CodeGenContext& cx, BranchLabel* breakTarget, BranchLabel* continueTarget) {
     ListPush(cx.breakTargets, breakTarget);
     ListPush(cx.continueTargets, continueTarget);
@@ -83,8 +82,8 @@ void CompileAssignmentStatement(CodeGenContext& cx, Node* node) {
 
 // cond; conv.T.b; bf else; then; [b endif;] else: [else-statement;] endif:
 void CompileIf(CodeGenContext& cx, Node* node) {
-    BranchLabel* endIf = NewLabel("endif");
-    BranchLabel* elseLabel = NewLabel("else");
+    BranchLabel* endIf = NewLabel(cx, "endif");
+    BranchLabel* elseLabel = NewLabel(cx, "else");
     Node* condition = node->first;
     CompileIfPresent(cx, condition);
     PopAsBool(cx);
@@ -95,13 +94,15 @@ void CompileIf(CodeGenContext& cx, Node* node) {
     PlaceLabel(cx, elseLabel);
     CompileOptionalStatement(cx, thenStatement ? thenStatement->next : nullptr, 1);
     PlaceLabel(cx, endIf);
+    ReleaseLabel(cx, elseLabel);
+    ReleaseLabel(cx, endIf);
 }
 
 // startdo: body; iteratedo: cond; conv.T.b; bt startdo; enddo:
 void CompileDo(CodeGenContext& cx, Node* node) {
-    BranchLabel* startDo = NewLabel("startdo");
-    BranchLabel* endDo = NewLabel("enddo");
-    BranchLabel* iterateDo = NewLabel("iteratedo");
+    BranchLabel* startDo = NewLabel(cx, "startdo");
+    BranchLabel* endDo = NewLabel(cx, "enddo");
+    BranchLabel* iterateDo = NewLabel(cx, "iteratedo");
     PlaceLabel(cx, startDo);
     PushTargets(cx, endDo, iterateDo);
     Node* body = node->first;
@@ -112,12 +113,15 @@ void CompileDo(CodeGenContext& cx, Node* node) {
     PopAsBool(cx);
     BranchToLabel(cx, startDo, OP_BT);
     PlaceLabel(cx, endDo);
+    ReleaseLabel(cx, startDo);
+    ReleaseLabel(cx, endDo);
+    ReleaseLabel(cx, iterateDo);
 }
 
 // startwhile: cond; conv.T.b; bf endwhile; body; b startwhile; endwhile:
 void CompileWhile(CodeGenContext& cx, Node* node) {
-    BranchLabel* startWhile = NewLabel("startwhile");
-    BranchLabel* endWhile = NewLabel("endwhile");
+    BranchLabel* startWhile = NewLabel(cx, "startwhile");
+    BranchLabel* endWhile = NewLabel(cx, "endwhile");
     PlaceLabel(cx, startWhile);
     Node* condition = node->first;
     CompileIfPresent(cx, condition);
@@ -128,6 +132,8 @@ void CompileWhile(CodeGenContext& cx, Node* node) {
     PopTargets(cx);
     BranchToLabel(cx, startWhile, OP_B);
     PlaceLabel(cx, endWhile);
+    ReleaseLabel(cx, startWhile);
+    ReleaseLabel(cx, endWhile);
 }
 
 // init; startfor: cond; conv.T.b; bf endfor; body; iteratefor: step; [popz.T;] b startfor; endfor:
@@ -137,9 +143,9 @@ void CompileClassicFor(CodeGenContext& cx, Node* node) {
     Node* iteration = condition ? condition->next : nullptr;
     Node* body = iteration ? iteration->next : nullptr;
     CompileOptionalStatement(cx, initializer, 1);
-    BranchLabel* startFor = NewLabel("startfor");
-    BranchLabel* endFor = NewLabel("endfor");
-    BranchLabel* iterateFor = NewLabel("iteratefor");
+    BranchLabel* startFor = NewLabel(cx, "startfor");
+    BranchLabel* endFor = NewLabel(cx, "endfor");
+    BranchLabel* iterateFor = NewLabel(cx, "iteratefor");
     PlaceLabel(cx, startFor);
     CompileIfPresent(cx, condition);
     PopAsBool(cx);
@@ -152,6 +158,9 @@ void CompileClassicFor(CodeGenContext& cx, Node* node) {
     EmitCommonTail(cx);
     BranchToLabel(cx, startFor, OP_B);
     PlaceLabel(cx, endFor);
+    ReleaseLabel(cx, startFor);
+    ReleaseLabel(cx, endFor);
+    ReleaseLabel(cx, iterateFor);
 }
 
 // [decl var;] obj; conv; call @@ForInIterator@@ 1; dup.v; set; bt endforin;
@@ -174,8 +183,8 @@ void CompileForIn(CodeGenContext& cx, Node* node) {
         storeKind = VarLocal;
     }
 
-    BranchLabel* startForIn = NewLabel("startforin");
-    BranchLabel* endForIn = NewLabel("endforin");
+    BranchLabel* startForIn = NewLabel(cx, "startforin");
+    BranchLabel* endForIn = NewLabel(cx, "endforin");
     CompileIfPresent(cx, object);
     EmitConvToVariable(cx, PopType(cx));
     EmitCall(cx, "@@ForInIterator@@", 1);
@@ -196,6 +205,8 @@ void CompileForIn(CodeGenContext& cx, Node* node) {
     PopTargets(cx);
     BranchToLabel(cx, startForIn, OP_B);
     PlaceLabel(cx, endForIn);
+    ReleaseLabel(cx, startForIn);
+    ReleaseLabel(cx, endForIn);
 
     if (TopType(cx) != TYPE_VARIABLE) {
         ReportError(node->position, "VM::CompileFor : For-in loop not left with iterator on the stack at the end");
@@ -315,8 +326,8 @@ void CompileFunctionDeclaration(CodeGenContext& cx, Node* node) {
 // A `continue` inside the switch lands on its final popz, not on an enclosing loop; the runner's
 // switch depends on the discriminant being popped (Statements.ContinueInsideSwitchLandsOnTheSwitchsFinalPop).
 void CompileSwitch(CodeGenContext& cx, Node* node) {
-    BranchLabel* endSwitch = NewLabel("endSwitch");
-    BranchLabel* startSwitch = NewLabel("startSwitch");
+    BranchLabel* endSwitch = NewLabel(cx, "endSwitch");
+    BranchLabel* startSwitch = NewLabel(cx, "startSwitch");
     Node* discriminant = node->first;
     CompileIfPresent(cx, discriminant);
     uint32_t discriminantType = PopType(cx);
@@ -328,7 +339,7 @@ void CompileSwitch(CodeGenContext& cx, Node* node) {
     for (Node* clause = discriminant ? discriminant->next : nullptr; clause; clause = clause->next) {
         if (clause->kind == LEX_CASE) {
             Node* value = clause->first;
-            BranchLabel* label = NewLabel("case");
+            BranchLabel* label = NewLabel(cx, "case");
             clauses.push_back({label, value ? value->next : nullptr});
             Emit(cx, {MakeWord1(OP_DUP, discriminantType, 0)});
             CompileIfPresent(cx, value);
@@ -337,7 +348,7 @@ void CompileSwitch(CodeGenContext& cx, Node* node) {
             BranchToLabel(cx, label, OP_BT);
         } else if (clause->kind == LEX_DEFAULT) {
             if (defaultLabel) ReportError(node->position, "multiple default clause in switch");
-            defaultLabel = NewLabel("default");
+            defaultLabel = NewLabel(cx, "default");
             clauses.push_back({defaultLabel, clause->first});
         } else {
             ReportError(node->position, "switch should have case and default clauses");
@@ -355,6 +366,9 @@ void CompileSwitch(CodeGenContext& cx, Node* node) {
     Emit(cx, {MakeWord1(OP_POPZ, discriminantType, 0)});
     ListPop(cx.continueTargets);
     ListPop(cx.breakTargets);
+    for (const ClauseRecord& clause : clauses) ReleaseLabel(cx, clause.label);
+    ReleaseLabel(cx, endSwitch);
+    ReleaseLabel(cx, startSwitch);
 }
 
 // A: push.i -1; conv.i.v; B: push.i -1; conv.i.v; call @@try_hook@@ 2; try;
@@ -362,8 +376,8 @@ void CompileSwitch(CodeGenContext& cx, Node* node) {
 // finally: call @@try_unhook@@; [body; call @@finish_finally@@]
 // The hook's operands become the byte offsets of catch (at B) and finally (at A).
 void CompileTry(CodeGenContext& cx, Node* node) {
-    BranchLabel* catchLabel = NewLabel("catch");
-    BranchLabel* finallyLabel = NewLabel("finally");
+    BranchLabel* catchLabel = NewLabel(cx, "catch");
+    BranchLabel* finallyLabel = NewLabel(cx, "finally");
     Node* tryBlock = node->first;
     Node* catchClause = nullptr;
     Node* finallyClause = nullptr;
@@ -410,6 +424,8 @@ void CompileTry(CodeGenContext& cx, Node* node) {
 
     if (catchClause) PatchWord(*cx.code, catchHook + 4, static_cast<uint32_t>(catchLabel->offset));
     if (finallyClause) PatchWord(*cx.code, finallyHook + 4, static_cast<uint32_t>(finallyLabel->offset));
+    ReleaseLabel(cx, catchLabel);
+    ReleaseLabel(cx, finallyLabel);
 }
 
 // The position pair (code offset, source character offset) that maps code back to the statement.
