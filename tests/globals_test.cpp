@@ -125,3 +125,21 @@ TEST(NameTable, EveryNameIsFoundWhileTheIndexMovesItsSlotsToALargerTable) {
         }
     }
 }
+
+TEST(NameTable, ANameFoundBeforeTheHostPlacesItLowerIsFoundAtTheLowerIdAfter) {
+    // Lookups remember what they found; a host placement below the count must not leave an
+    // answer that is no longer the lowest id, nor one whose entry now holds another text.
+    VeltJS_Init();
+    PushName("first");
+    PushName("second");
+    PushName("third");
+    EXPECT_EQ(FindName("third"), 2);
+    EXPECT_EQ(FindName("third"), 2);
+    VeltJS_AddName("third", 0);
+    EXPECT_EQ(FindName("third"), 0);
+    EXPECT_EQ(FindName("first"), -1);
+    VeltJS_AddName("other", 0);
+    EXPECT_EQ(FindName("third"), 2);
+    VeltJS_AddName("other", 2);
+    EXPECT_EQ(FindName("third"), -1);
+}

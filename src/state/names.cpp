@@ -70,10 +70,26 @@ void MakeRoom(NameIndex& index) {
     index.mask = index.previousMask * 2 + 1;
 }
 
+NameCacheEntry& CacheEntryFor(uint32_t hash) { return State().nameCache[hash & (kNameCacheEntries - 1)]; }
+
+void Remember(uint32_t hash, int32_t id) { CacheEntryFor(hash) = {hash, static_cast<uint32_t>(id) + 1}; }
+
+// The id the cache holds for the text, when the name table still says so, or -1.
+int32_t Recall(const char* text, uint32_t hash) {
+    const NameCacheEntry& entry = CacheEntryFor(hash);
+    if (entry.idPlusOne == 0 || entry.hash != hash) return -1;
+    int32_t id = static_cast<int32_t>(entry.idPlusOne) - 1;
+    if (id >= NameArray.count) return -1;
+    const char* held = static_cast<const char*>(NameArray.data[id]);
+    return held && (held == text || std::strcmp(held, text) == 0) ? id : -1;
+}
+
 // Indexes the entries pushed since the last catch-up; `known` is the hash of `knownText`, which
 // saves hashing the entry just pushed again.
 void CatchUp(NameIndex& index, const char* knownText = nullptr, uint32_t known = 0) {
     if (index.stale || !index.slots) {
+        // What the cache remembers may no longer be the lowest id of its text.
+        std::memset(State().nameCache, 0, sizeof State().nameCache);
         FreeNameIndex(index);
         index.slots = NewTable(kFirstNameSlots);
         index.mask = kFirstNameSlots - 1;
@@ -140,7 +156,11 @@ int32_t FindName(const char* text) { return FindName(HashedText{text, TextHash(t
 int32_t FindName(const HashedText& text) {
     NameIndex& index = State().nameIndex;
     CatchUp(index);
-    return Lookup(index, text.text, text.hash);
+    int32_t id = Recall(text.text, text.hash);
+    if (id >= 0) return id;
+    id = Lookup(index, text.text, text.hash);
+    if (id >= 0) Remember(text.hash, id);
+    return id;
 }
 
 int32_t PushName(const char* text) { return PushName(HashedText{text, text ? TextHash(text) : 0}); }

@@ -38,6 +38,16 @@ struct NameIndex {
 // Gives back both tables of the index.
 void FreeNameIndex(NameIndex& index);
 
+// The names looked up or added lately, by hash: a script names the same few things again and
+// again, and this small table stays in the cache where the index's millions of slots do not.
+// An entry is a hint, checked against the name table before it is believed; emptied whenever the
+// index is rebuilt.
+struct NameCacheEntry {
+    uint32_t hash;
+    uint32_t idPlusOne;   // 0: empty
+};
+constexpr uint32_t kNameCacheEntries = 4096;
+
 // Positions in the function-record list by qualified name: open addressing with linear probing.
 // A slot keeps the name's hash, the position and its own copy of the name (in the text arena).
 // An empty index allocates nothing.
@@ -72,6 +82,7 @@ struct ProcessState {
     PtrArray funcList;                 // PatchRecord*
     PtrArray functionRecords;          // FunctionRecord* (a unit's fourth list)
     NameIndex nameIndex;
+    NameCacheEntry nameCache[kNameCacheEntries];
     uint64_t nameOverwrites;           // entries below the count a host has overwritten
     // Qualified name -> position in functionRecords, in step with the list.
     FunctionIndex functionIndex;
