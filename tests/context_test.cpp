@@ -373,12 +373,21 @@ TEST(Scopes, ArgumentsAtTopLevelIsNotFoundAndSetsNoFlag) {
     EXPECT_EQ(CodeGenState().root->flags, 4u);
 }
 
+namespace {
+
+// A function record declared under `name`, as the function compiler makes it for its scope.
+FunctionRecord DeclaredFunction(const char* name) {
+    FunctionRecord record{};
+    record.declaredNameIndex = static_cast<uint32_t>(InternName(name));
+    return record;
+}
+
+}  // namespace
+
 TEST(Scopes, QualifiedNameJoinsTheEnclosingFunctionNames) {
     TestCompile t;
-    FunctionRecord g{};
-    g.declaredNameIndex = static_cast<uint32_t>(InternName("g"));
-    FunctionRecord f{};
-    f.declaredNameIndex = static_cast<uint32_t>(InternName("f"));
+    FunctionRecord g = DeclaredFunction("g");
+    FunctionRecord f = DeclaredFunction("f");
     RefString* top = QualifiedName(t.cx, "name");
     EXPECT_STREQ(top->text, "name");
     PushScope(t.cx, &g);
@@ -389,12 +398,9 @@ TEST(Scopes, QualifiedNameJoinsTheEnclosingFunctionNames) {
 
 TEST(Scopes, QualifiedNameLosesAClosedScopesNameAndTakesTheNextOnes) {
     TestCompile t;
-    FunctionRecord g{};
-    g.declaredNameIndex = static_cast<uint32_t>(InternName("g"));
-    FunctionRecord f{};
-    f.declaredNameIndex = static_cast<uint32_t>(InternName("f"));
-    FunctionRecord h{};
-    h.declaredNameIndex = static_cast<uint32_t>(InternName("hh"));
+    FunctionRecord g = DeclaredFunction("g");
+    FunctionRecord f = DeclaredFunction("f");
+    FunctionRecord h = DeclaredFunction("hh");
     PushScope(t.cx, &g);
     PushScope(t.cx, &f);
     EXPECT_STREQ(WriteQualifiedName(t.cx, "n", t.cx.nameScratch), "g@f@n");
