@@ -69,7 +69,7 @@ struct ScopeRecord {
     HashTable slots;      // VarEntry: names that took a slot from the process-wide counter
     HashTable extra;      // FunctionRecord: functions declared in this scope, by declared name
     FunctionRecord* function;
-    uint32_t prefixBefore;   // the length of the context's qualifier prefix before this scope's
+    uint32_t prefixBefore;   // the context's qualifier prefix length before this scope added to it
 };
 
 struct CodeGenContext {
