@@ -6,6 +6,10 @@
 #include <string>
 #include <vector>
 
+#if defined(__linux__)
+#include <sys/resource.h>
+#endif
+
 #include "support/arena.h"
 
 TEST(Arena, RecordsAreZeroedAlignedAndDistinct) {
@@ -196,3 +200,31 @@ TEST(Scratch, ARequestLargerThanABlockGetsABlockOfItsOwnThatLaterRequestsReuse) 
     EXPECT_EQ(again[3 * kArenaLargestBlock - 1], 1);   // beyond the request: not cleared
     EXPECT_EQ(again[2 * kArenaLargestBlock - 1], 0);
 }
+
+#if defined(__linux__) && !defined(__SANITIZE_ADDRESS__)
+// (The sanitizers reserve terabytes of address space of their own, so no limit can be set there.)
+TEST(Arena, AddressSpaceIsReservedOnlyWhenItIsNotLimited) {
+    constexpr size_t kBytes = size_t{1} << 30;
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
+    if (before.rlim_cur == RLIM_INFINITY) {
+        void* reserved = ReserveZeroedTable(kBytes);
+        ASSERT_NE(reserved, nullptr);
+        // Zero, and writable at both ends.
+        uint8_t* bytes = static_cast<uint8_t*>(reserved);
+        EXPECT_EQ(bytes[0], 0);
+        EXPECT_EQ(bytes[kBytes - 1], 0);
+        bytes[0] = 1;
+        bytes[kBytes - 1] = 1;
+        FreeTable(reserved, kBytes);
+    }
+
+    rlimit limited = before;
+    limited.rlim_cur = rlim_t{64} << 30;
+    if (before.rlim_cur != RLIM_INFINITY && before.rlim_cur < limited.rlim_cur) limited.rlim_cur = before.rlim_cur;
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &limited), 0);
+    void* underLimit = ReserveZeroedTable(kBytes);
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &before), 0);
+    EXPECT_EQ(underLimit, nullptr);
+}
+#endif

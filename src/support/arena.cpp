@@ -6,6 +6,7 @@
 
 #if defined(__linux__)
 #include <sys/mman.h>
+#include <sys/resource.h>
 #endif
 
 #include "support/fault_injection.h"
@@ -168,6 +169,10 @@ void* AllocateZeroedTable(size_t bytes) {
 
 void* ReserveZeroedTable(size_t bytes) noexcept {
 #if defined(__linux__)
+    // Address space that is only reserved still counts against a limit on it: a host running
+    // under one keeps every byte of it for memory it uses.
+    struct rlimit limit;
+    if (getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY) return nullptr;
     return MapAligned(RoundToLargestBlock(bytes), MAP_NORESERVE);
 #else
     (void)bytes;

@@ -68,7 +68,8 @@ void* AllocateTable(size_t bytes);
 void* AllocateZeroedTable(size_t bytes);
 // Address space for a table that grows in place up to `bytes`: zero, and resident only as far as
 // it is written (Linux: an unreserved mapping advised for huge pages). Null when it cannot be had,
-// and always elsewhere; the caller then grows by copying. Given back with FreeTable. The test
+// when the process's address space is limited, and always elsewhere; the caller then grows by
+// copying. Given back with FreeTable. The test
 // build's failure hook leaves it alone: the copying path is the one whose failures matter.
 void* ReserveZeroedTable(size_t bytes) noexcept;
 // Gives back a table from AllocateTable, AllocateZeroedTable or ReserveZeroedTable of the same
