@@ -3,6 +3,7 @@
 #include <climits>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "helpers/lexer_support.h"
 #include "lexer/tokens.h"
@@ -185,4 +186,29 @@ TEST(MatchEitherToken, MismatchNamesAllThreeKinds) {
     EXPECT_EQ(MatchEitherError("x", ',', '}'), "Error : file.js(1) : Got 'x' (id) expected ',' or '}'\n");
     EXPECT_EQ(MatchEitherError("", LEX_ID, LEX_STR),
               "Error : file.js(1) : Got '' (eof) expected 'id' or 'str'\n");
+}
+
+TEST(KeywordTable, LookupAgreesWithAScanOfTheTableForWordsNearEveryKeyword) {
+    auto scan = [](const std::string& word) {
+        for (const KeywordEntry& entry : KeywordTable) {
+            if (word == entry.text) return entry.kind;
+        }
+        return static_cast<int32_t>(LEX_ID);
+    };
+    std::vector<std::string> words = {"", "_", "$", "A", "{", "\x7F", "\xE2\x82\xAC"};
+    for (const KeywordEntry& entry : KeywordTable) {
+        std::string text = entry.text;
+        words.push_back(text);
+        words.push_back(text + "x");
+        words.push_back(text.substr(0, text.size() - 1));
+        words.push_back(text.substr(1));
+        for (size_t at = 0; at < text.size(); at++) {
+            for (char letter : {'a', 'e', 'o', 'z', 'A'}) {
+                std::string changed = text;
+                changed[at] = letter;
+                words.push_back(changed);
+            }
+        }
+    }
+    for (const std::string& word : words) EXPECT_EQ(LookupKeyword(word.c_str()), scan(word)) << word;
 }

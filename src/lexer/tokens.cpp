@@ -46,8 +46,26 @@ static_assert(sizeof(kKindNames) / sizeof(kKindNames[0]) == kLastNamedKind - kFi
 // The formatted names are limited to 31 characters.
 constexpr size_t kNameLimit = 32;
 
-int CompareKeyword(const void* key, const void* entry) {
-    return std::strcmp(static_cast<const char*>(key), static_cast<const KeywordEntry*>(entry)->text);
+// The entries of the sorted table that begin with each lower-case letter, [begin, end): every
+// keyword starts with one, so a word is compared with the few that share its first letter.
+struct KeywordRun {
+    uint8_t begin;
+    uint8_t end;
+};
+
+const KeywordRun* RunsByFirstLetter() {
+    static const struct Runs {
+        KeywordRun byLetter[26];
+        Runs() : byLetter{} {
+            constexpr uint8_t kCount = sizeof KeywordTable / sizeof KeywordTable[0];
+            for (uint8_t i = kCount; i-- > 0;) {
+                KeywordRun& run = byLetter[KeywordTable[i].text[0] - 'a'];
+                if (run.end == 0) run.end = static_cast<uint8_t>(i + 1);
+                run.begin = i;
+            }
+        }
+    } runs;
+    return runs.byLetter;
 }
 
 // Copies the kind's name into `out`, so a report does not have to hold a RefString.
@@ -65,9 +83,12 @@ const char* CurrentText(const Lexer* lexer) {
 }  // namespace
 
 int32_t LookupKeyword(const char* text) {
-    const void* found = std::bsearch(text, KeywordTable, sizeof KeywordTable / sizeof KeywordTable[0],
-                                     sizeof KeywordTable[0], CompareKeyword);
-    return found ? static_cast<const KeywordEntry*>(found)->kind : LEX_ID;
+    if (text[0] < 'a' || text[0] > 'z') return LEX_ID;
+    const KeywordRun& run = RunsByFirstLetter()[text[0] - 'a'];
+    for (uint8_t i = run.begin; i < run.end; i++) {
+        if (std::strcmp(text + 1, KeywordTable[i].text + 1) == 0) return KeywordTable[i].kind;
+    }
+    return LEX_ID;
 }
 
 RefString* TokenKindName(int32_t kind) {
