@@ -3,9 +3,16 @@
 // The scripts are the project that `veltjs_corpus --project` writes and bench/compare-commits.sh
 // compares.
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
+
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <sys/resource.h>
+#endif
 
 #include <CLI/CLI.hpp>
 
@@ -16,6 +23,28 @@ namespace {
 
 constexpr int kScripts = 5000;
 constexpr int kWindow = 500;
+
+// The process's CPU time so far, in user mode and in the kernel (page faults are kernel time).
+struct CpuTimes {
+    double user;
+    double kernel;
+};
+
+CpuTimes ProcessCpuTimes() {
+#if defined(_WIN32)
+    FILETIME created, exited, kernel, user;
+    if (!GetProcessTimes(GetCurrentProcess(), &created, &exited, &kernel, &user)) return {0, 0};
+    auto seconds = [](const FILETIME& time) {
+        return static_cast<double>((static_cast<uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime) / 1e7;
+    };
+    return {seconds(user), seconds(kernel)};
+#else
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    auto seconds = [](const timeval& time) { return static_cast<double>(time.tv_sec) + time.tv_usec / 1e6; };
+    return {seconds(usage.ru_utime), seconds(usage.ru_stime)};
+#endif
+}
 
 }  // namespace
 
@@ -39,10 +68,13 @@ int main(int argc, char** argv) {
     }
 
     std::vector<double> seconds(kScripts);
+    // The CPU times at the start of each window, and at the end of the last.
+    std::vector<CpuTimes> windowCpu;
     int failures = 0;
     using Clock = std::chrono::steady_clock;
     Clock::time_point allStart = Clock::now();
     for (int i = 0; i < kScripts; i++) {
+        if (i % kWindow == 0) windowCpu.push_back(ProcessCpuTimes());
         std::string name = "script" + std::to_string(i);
         Clock::time_point start = Clock::now();
         CompileUnit* unit = VeltJS_Parse(sources[i].c_str(), (name + ".js").c_str(), name.c_str());
@@ -53,6 +85,7 @@ int main(int argc, char** argv) {
         }
     }
     double total = std::chrono::duration<double>(Clock::now() - allStart).count();
+    windowCpu.push_back(ProcessCpuTimes());
 
     double first = 0;
     double last = 0;
@@ -60,15 +93,20 @@ int main(int argc, char** argv) {
         first += seconds[i];
         last += seconds[kScripts - kWindow + i];
     }
-    // The trend across the run: the time of each window of scripts, and its slowest script.
-    for (int start = 0; start < kScripts; start += kWindow) {
+    // The trend across the run: the time of each window of scripts, its slowest script, and its CPU
+    // time split into user mode and the kernel: a window slower for the kernel's page clearing
+    // alone is the machine's fresh memory getting dearer, not the library doing more per script.
+    for (int start = 0, window = 0; start < kScripts; start += kWindow, window++) {
         double sum = 0;
         double slowest = 0;
         for (int i = start; i < start + kWindow && i < kScripts; i++) {
             sum += seconds[i];
             if (seconds[i] > slowest) slowest = seconds[i];
         }
-        std::printf("scripts %4d-%4d: %.3f s (slowest %.1f ms)\n", start, start + kWindow - 1, sum, slowest * 1000);
+        const CpuTimes& from = windowCpu[static_cast<size_t>(window)];
+        const CpuTimes& to = windowCpu[static_cast<size_t>(window) + 1];
+        std::printf("scripts %4d-%4d: %.3f s (slowest %.1f ms; CPU %.3f s user, %.3f s kernel)\n", start,
+                    start + kWindow - 1, sum, slowest * 1000, to.user - from.user, to.kernel - from.kernel);
     }
     double megabytes = static_cast<double>(totalBytes) / (1024.0 * 1024.0);
     std::printf("scripts: %d (%zu lines, %.1f MB, %d failed)\n", kScripts, totalLines, megabytes, failures);
