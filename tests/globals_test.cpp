@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
+#include <list>
 #include <random>
 #include <string>
 #include <vector>
@@ -19,15 +21,23 @@ int32_t ScanForName(const char* text) {
     return -1;
 }
 
+// `count` texts made by `make`, kept until the process ends: the name table holds pointers into
+// them.
+const std::vector<std::string>& LastingTexts(int count, const std::function<std::string(int)>& make) {
+    static std::list<std::vector<std::string>> kept;
+    std::vector<std::string>& texts = kept.emplace_back();
+    texts.reserve(static_cast<size_t>(count));
+    for (int i = 0; i < count; i++) texts.push_back(make(i));
+    return texts;
+}
+
 }  // namespace
 
 TEST(NameTable, FindAgreesWithAScanUnderPushesAndHostPlacements) {
     VeltJS_Init();
     std::mt19937 random(12345);
-    static std::vector<std::string> storage;   // lives on: the table holds pointers into it
-    std::vector<std::string>* texts = &storage;
-    texts->reserve(40000);
-    for (int i = 0; i < 40000; i++) texts->push_back("n" + std::to_string(random() % 6000));
+    const std::vector<std::string>* texts =
+        &LastingTexts(40000, [&](int) { return "n" + std::to_string(random() % 6000); });
     size_t next = 0;
     for (int step = 0; step < 30000; step++) {
         const std::string& text = (*texts)[next++ % texts->size()];
@@ -60,10 +70,7 @@ TEST(NameTable, FindReturnsTheLowestIdOfEqualTexts) {
 
 TEST(NameTable, ManyNamesAreEachFoundAtTheirOwnId) {
     VeltJS_Init();
-    static std::vector<std::string> storage;   // lives on: the table holds pointers into it
-    std::vector<std::string>* texts = &storage;
-    texts->reserve(200000);
-    for (int i = 0; i < 200000; i++) texts->push_back("name_" + std::to_string(i));
+    const std::vector<std::string>* texts = &LastingTexts(200000, [](int i) { return "name_" + std::to_string(i); });
     for (const std::string& text : *texts) ASSERT_EQ(FindName(text.c_str()), -1);
     for (const std::string& text : *texts) PushName(text.c_str());
     for (int i = 0; i < 200000; i++) ASSERT_EQ(FindName((*texts)[i].c_str()), i);
@@ -91,10 +98,8 @@ TEST(NameTable, TextHashReadsEveryByteOfTextsOfEveryLengthAndTheTextAloneDecides
 
 TEST(NameTable, LookupsAndPushesWithAKnownHashAgreeWithThePlainOnes) {
     VeltJS_Init();
-    static std::vector<std::string> storage;   // lives on: the table holds pointers into it
-    std::vector<std::string>* texts = &storage;
-    texts->reserve(5000);
-    for (int i = 0; i < 5000; i++) texts->push_back(std::string(static_cast<size_t>(i % 300), 'q') + std::to_string(i));
+    const std::vector<std::string>* texts = &LastingTexts(
+        5000, [](int i) { return std::string(static_cast<size_t>(i % 300), 'q') + std::to_string(i); });
     for (int i = 0; i < 5000; i++) {
         const std::string& text = (*texts)[static_cast<size_t>(i)];
         HashedText hashed = HashText(text.c_str(), text.size());
@@ -114,10 +119,7 @@ TEST(NameTable, EveryNameIsFoundWhileTheIndexMovesItsSlotsToALargerTable) {
     // The index grows at half full and moves the old table's slots over the next insertions: a
     // name must be found at its id whichever table holds it at the time.
     VeltJS_Init();
-    static std::vector<std::string> storage;   // lives on: the table holds pointers into it
-    std::vector<std::string>* texts = &storage;
-    texts->reserve(100000);
-    for (int i = 0; i < 100000; i++) texts->push_back("grow_" + std::to_string(i));
+    const std::vector<std::string>* texts = &LastingTexts(100000, [](int i) { return "grow_" + std::to_string(i); });
     for (int i = 0; i < 100000; i++) {
         ASSERT_EQ(PushName((*texts)[static_cast<size_t>(i)].c_str()), i);
         for (int earlier : {0, i / 3, i / 2, i > 0 ? i - 1 : 0, i}) {

@@ -19,13 +19,14 @@ PatchRecord* NewPatchRecord(uint32_t nameIndex, uint32_t kind, uint64_t codeOffs
     return record;
 }
 
-
 }  // namespace
 
 int32_t InternName(const char* text) {
     if (!text) return -1;
-    int32_t index = FindName(text);
-    return index >= 0 ? index : PushName(text);
+    // Hashed once for the lookup and, when the text is new, for indexing the push.
+    HashedText hashed{text, TextHash(text)};
+    int32_t index = FindName(hashed);
+    return index >= 0 ? index : PushName(hashed);
 }
 
 int32_t InternCopy(const char* text) { return InternCopy(HashedText{text, TextHash(text)}); }

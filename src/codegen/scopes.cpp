@@ -19,11 +19,8 @@ VarEntry* NewVarEntry(const char* name, uint32_t kind, uint32_t slot) {
     // process, as the name table may take it.
     VarEntry* entry = static_cast<VarEntry*>(CompileRecord(sizeof(VarEntry)));
     RefString** handle = static_cast<RefString**>(CompileRecord(sizeof(RefString*)));
-    RefString* text = static_cast<RefString*>(CompileRecord(sizeof(RefString)));
-    text->text = KeepText(name ? name : "");
-    text->refs = 1;
-    text->flags = kRefStringInArena;
-    *handle = text;
+    char* copy = KeepText(name ? name : "");
+    *handle = InitArenaRefString(CompileRecord(sizeof(RefString)), copy);
     entry->name = handle;
     entry->kind = kind;
     entry->slot = slot;

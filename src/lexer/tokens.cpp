@@ -1,7 +1,6 @@
 #include "lexer/tokens.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "support/diagnostics.h"

@@ -19,16 +19,19 @@ NameSlot* NewTable(uint64_t capacity) {
 
 int32_t IdOf(const NameSlot& slot) { return static_cast<int32_t>(slot.idPlusOne) - 1; }
 
+// Whether name `id` (below the count) is `text`: the same pointer, or an equal text.
+bool IdHolds(int32_t id, const char* text) {
+    const char* held = static_cast<const char*>(NameArray.data[id]);
+    return held == text || (held && std::strcmp(held, text) == 0);
+}
+
 // The slot of `slots` holding `text`, or the empty slot where it would go.
 NameSlot& Probe(NameSlot* slots, uint64_t mask, const char* text, uint32_t hash) {
     uint64_t at = hash & mask;
     for (;;) {
         NameSlot& slot = slots[at];
         if (slot.idPlusOne == 0) return slot;
-        if (slot.hash == hash) {
-            const char* held = static_cast<const char*>(NameArray.data[IdOf(slot)]);
-            if (held == text || std::strcmp(held, text) == 0) return slot;
-        }
+        if (slot.hash == hash && IdHolds(IdOf(slot), text)) return slot;
         at = (at + 1) & mask;
     }
 }
@@ -79,9 +82,7 @@ int32_t Recall(const char* text, uint32_t hash) {
     const NameCacheEntry& entry = CacheEntryFor(hash);
     if (entry.idPlusOne == 0 || entry.hash != hash) return -1;
     int32_t id = static_cast<int32_t>(entry.idPlusOne) - 1;
-    if (id >= NameArray.count) return -1;
-    const char* held = static_cast<const char*>(NameArray.data[id]);
-    return held && (held == text || std::strcmp(held, text) == 0) ? id : -1;
+    return id < NameArray.count && IdHolds(id, text) ? id : -1;
 }
 
 // Indexes the entries pushed since the last catch-up; `known` is the hash of `knownText`, which

@@ -38,7 +38,7 @@ struct NameIndex {
 // Gives back both tables of the index.
 void FreeNameIndex(NameIndex& index);
 
-// The names looked up or added lately, by hash: a script names the same few things again and
+// The names looked up lately, by hash: a script names the same few things again and
 // again, and this small table stays in the cache where the index's millions of slots do not.
 // An entry is a hint, checked against the name table before it is believed; emptied whenever the
 // index is rebuilt.
@@ -49,7 +49,8 @@ struct NameCacheEntry {
 constexpr uint32_t kNameCacheEntries = 4096;
 
 // Positions in the function-record list by qualified name: open addressing with linear probing.
-// A slot keeps the name's hash, the position and its own copy of the name (in the text arena).
+// A slot keeps the name's hash, the position and a text of the name that lives as long as the
+// process: the name table's copy when the compile made it, else one of its own (in the text arena).
 // An empty index allocates nothing.
 struct FunctionSlot {
     uint32_t hash;
@@ -90,12 +91,12 @@ struct ProcessState {
     StateMark* activeMark;             // the call that may have to be taken back, or null
     DiagnosticLocation lastError;      // where the last compile error of a call was raised
     // What the library keeps for the life of the process, in blocks shared by every call: the
-    // syntax trees with their token texts, patch and function records, branch labels, variable
-    // entries and accessor records, and the copies of names in the name table.
+    // syntax trees with their token texts, patch and function records, finished code buffers, and
+    // the copies of names in the name table.
     Arena records;
     Arena texts;
-    // What only the running compile uses (branch labels and sites, scope entries); reset when a
-    // compile ends.
+    // What only the running compile uses (branch labels and sites, scope entries, accessor
+    // records); reset when a compile ends.
     Scratch compileScratch;
     // The blocks the last compile's code and position buffers wrote into, once their contents
     // were copied to `records`.

@@ -69,15 +69,15 @@ void* AllocateZeroedTable(size_t bytes);
 // Address space for a table that grows in place up to `bytes`: zero, and resident only as far as
 // it is written (Linux: an unreserved mapping advised for huge pages). Null when it cannot be had,
 // when the process's address space is limited, and always elsewhere; the caller then grows by
-// copying. Given back with FreeTable. The test
-// build's failure hook leaves it alone: the copying path is the one whose failures matter.
+// copying. Given back with FreeTable. The test build's failure hook leaves it alone: the copying
+// path is the one whose failures matter.
 void* ReserveZeroedTable(size_t bytes) noexcept;
 // Gives back a table from AllocateTable, AllocateZeroedTable or ReserveZeroedTable of the same
 // size (null is ignored).
 void FreeTable(void* table, size_t bytes);
 
 // Memory for records that live only while one compile runs (branch labels and their pending
-// sites, scope entries): handed out zeroed and aligned like an arena's records, and all taken
+// sites, scope entries, accessor records): handed out zeroed and aligned like an arena's records, and all taken
 // back at once when the compile ends. The blocks stay for the next compile, so the compiles of a
 // project reuse the same pages rather than each touching fresh ones. A zeroed record is empty.
 struct ScratchBlock;

@@ -73,29 +73,25 @@ RefString* NewPaddedRefString(const char* text, uint32_t padding) {
     return AdoptCopy(copy);
 }
 
-namespace {
-
-// The record of an arena string whose text is already in the text arena.
-RefString* ArenaRecordFor(Arena& records, char* text) {
-    RefString* string = static_cast<RefString*>(ArenaAllocate(records, sizeof(RefString)));
+RefString* InitArenaRefString(void* record, char* text) {
+    RefString* string = static_cast<RefString*>(record);
     string->text = text;
     string->refs = 1;
     string->flags = kRefStringInArena;
     return string;
 }
 
-}  // namespace
-
 RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text) {
     if (!text) text = "";
-    return ArenaRecordFor(records, ArenaCopyText(texts, text, std::strlen(text)));
+    char* copy = ArenaCopyText(texts, text, std::strlen(text));
+    return InitArenaRefString(ArenaAllocate(records, sizeof(RefString)), copy);
 }
 
 RefString* NewArenaPaddedRefString(Arena& records, Arena& texts, const char* text, uint32_t padding) {
     if (!text) text = "";
-    return ArenaRecordFor(records, ArenaCopyLongText(texts, text, std::strlen(text), static_cast<size_t>(padding) + 1));
+    char* copy = ArenaCopyLongText(texts, text, std::strlen(text), static_cast<size_t>(padding) + 1);
+    return InitArenaRefString(ArenaAllocate(records, sizeof(RefString)), copy);
 }
-
 
 bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string) {
     if (!string || !(string->flags & kRefStringInArena) || string->refs != 1 || !string->text) return false;
@@ -206,9 +202,10 @@ void FreeStringBuilder(StringBuilder& builder) {
     builder.length = 0;
 }
 
-// Every block has one header entry in front of `data` that holds the previous block's start: a
-// grown array keeps its old blocks instead of freeing them, because compile units still point
-// into them. Growth doubles, so the kept blocks together are smaller than the current one.
+// Every block has two header words in front of `data`: the previous block's start and this
+// block's size. A grown array keeps its old blocks instead of freeing them, because compile units
+// still point into them. Growth doubles, so the kept blocks together are smaller than the current
+// one.
 constexpr size_t kPtrBlockHeader = 2;
 
 // A block that reaches this size is instead address space for this many bytes, which the array

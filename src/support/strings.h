@@ -27,6 +27,9 @@ RefString* NewRefString(const char* text);
 RefString* NewPaddedRefString(const char* text, uint32_t padding);
 // Takes ownership of a malloc'd text; when it throws, the text still belongs to the caller.
 RefString* AdoptRefString(char* text);
+// Fills `record` (memory of a RefString's size) as an arena string of `text`, a copy that lives in
+// an arena: refs 1, marked kRefStringInArena.
+RefString* InitArenaRefString(void* record, char* text);
 // The record in `records` and a copy of text (up to its first NUL) in `texts`: no allocator
 // call unless an arena needs a new block.
 RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text);
