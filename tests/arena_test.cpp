@@ -10,6 +10,7 @@
 #include <sys/resource.h>
 #endif
 
+#include "helpers/mappings.h"
 #include "support/arena.h"
 
 TEST(Arena, RecordsAreZeroedAlignedAndDistinct) {
@@ -226,5 +227,93 @@ TEST(Arena, AddressSpaceIsReservedOnlyWhenItIsNotLimited) {
     void* underLimit = ReserveZeroedTable(kBytes);
     ASSERT_EQ(setrlimit(RLIMIT_AS, &before), 0);
     EXPECT_EQ(underLimit, nullptr);
+}
+#endif
+
+// A growable block keeps what it holds at every doubling. From kMappedBlockMin up it is, on Linux,
+// a mapping at a huge-page boundary advised for huge pages, and it keeps being one as it grows
+// (its pages moved, not copied); below that, and elsewhere, a heap block.
+TEST(GrowableBlock, KeepsItsBytesAtEveryDoublingAndIsMappedFromTheMappedSizeUp) {
+    bool mapped = false;
+    size_t size = 256;
+    uint8_t* data = GrowBlock(nullptr, 0, 0, size, mapped);
+    EXPECT_FALSE(mapped);
+    for (size_t i = 0; i < size; i++) data[i] = static_cast<uint8_t>(i * 7);
+    while (size < 4 * kMappedBlockMin) {
+        size_t grown = size * 2;
+        data = GrowBlock(data, size, size, grown, mapped);
+        for (size_t i = 0; i < size; i += 1021) ASSERT_EQ(data[i], static_cast<uint8_t>(i * 7)) << grown;
+        ASSERT_EQ(data[size - 1], static_cast<uint8_t>((size - 1) * 7)) << grown;
+        for (size_t i = size; i < grown; i++) data[i] = static_cast<uint8_t>(i * 7);
+        size = grown;
+#if defined(__linux__)
+        EXPECT_EQ(mapped, size >= kMappedBlockMin) << size;
+        if (mapped) {
+            EXPECT_EQ(reinterpret_cast<uintptr_t>(data) % kArenaLargestBlock, 0u) << size;
+            EXPECT_TRUE(AdvisedForHugePages(data)) << size;
+            EXPECT_TRUE(AdvisedForHugePages(data + size - 1)) << size;
+        }
+#else
+        EXPECT_FALSE(mapped);
+#endif
+    }
+    // Only the bytes the caller says it uses need to survive a growth.
+    size_t used = 3 * kMappedBlockMin + 5;
+    TrimBlock(data, size, used, mapped);
+    for (size_t i = 0; i < used; i += 4093) ASSERT_EQ(data[i], static_cast<uint8_t>(i * 7));
+    EXPECT_EQ(data[used - 1], static_cast<uint8_t>((used - 1) * 7));
+#if defined(__linux__)
+    // The pages past the used bytes are given back.
+    MappingInfo after = MappingOf(data + used - 1);
+    ASSERT_TRUE(after.found);
+    EXPECT_EQ(after.end, (reinterpret_cast<uintptr_t>(data) + used + 4095) & ~uintptr_t{4095});
+    EXPECT_FALSE(MappingOf(data + size - 1).found);
+#endif
+    FreeBlock(data, used, mapped);
+}
+
+// A heap block that crosses into the mapped size keeps only its used bytes: the rest is not read.
+TEST(GrowableBlock, AHeapBlockBecomingMappedKeepsItsUsedBytes) {
+    bool mapped = false;
+    size_t size = kMappedBlockMin / 2;
+    uint8_t* data = GrowBlock(nullptr, 0, 0, size, mapped);
+    std::memset(data, 0x5A, 100);
+    data = GrowBlock(data, size, 100, kMappedBlockMin, mapped);
+    for (size_t i = 0; i < 100; i++) ASSERT_EQ(data[i], 0x5A) << i;
+    data[kMappedBlockMin - 1] = 1;
+    FreeBlock(data, kMappedBlockMin, mapped);
+}
+
+#if defined(__linux__)
+// A script's source of megabytes is a block of its own: at a huge-page boundary, its whole huge
+// pages advised for them; a tail shorter than a huge page is left to ordinary pages.
+TEST(Arena, ABlockOfItsOwnOfHugePageSizeIsMappedAndAdvisedForHugePages) {
+    Arena texts{};
+    std::string text(2 * kArenaLargestBlock + 100, 'q');
+    char* copy = ArenaCopyLongText(texts, text.data(), text.size(), 64);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(copy) % kArenaLargestBlock, 0u);
+    EXPECT_EQ(std::string(copy, text.size()), text);
+    for (size_t i = 0; i < 64; i++) ASSERT_EQ(copy[text.size() + i], 0) << i;
+    EXPECT_TRUE(AdvisedForHugePages(copy));
+    EXPECT_TRUE(AdvisedForHugePages(copy + 2 * kArenaLargestBlock - 1));
+    EXPECT_FALSE(AdvisedForHugePages(copy + 2 * kArenaLargestBlock));
+}
+
+// The scratch's largest blocks are one huge page each, their header inside it.
+TEST(Scratch, TheLargestBlocksAreHugePagesEach) {
+    Scratch scratch{};
+    std::vector<uint8_t*> records;
+    for (int i = 0; i < 4000; i++) records.push_back(static_cast<uint8_t*>(ScratchAllocate(scratch, 4096)));
+    // 4000 records of 4 KiB fill the doubling blocks (64 KiB to 1 MiB) and several of the largest.
+    uint8_t* last = records.back();
+    uintptr_t hugePage = reinterpret_cast<uintptr_t>(last) & ~(uintptr_t{kArenaLargestBlock} - 1);
+    EXPECT_TRUE(AdvisedForHugePages(last));
+    EXPECT_LE(reinterpret_cast<uintptr_t>(last) + 4096, hugePage + kArenaLargestBlock);
+    // A request that fills a whole largest block cannot share one with its header: it gets a block
+    // of its own, and the records before it are untouched.
+    std::memset(last, 0x33, 4096);
+    uint8_t* whole = static_cast<uint8_t*>(ScratchAllocate(scratch, kArenaLargestBlock));
+    whole[kArenaLargestBlock - 1] = 1;
+    EXPECT_EQ(last[4095], 0x33);
 }
 #endif

@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "bytecode/code_buffer.h"
+#include "helpers/mappings.h"
 
 TEST(CodeBuffer, NewBufferHas256BytesAndNothingWritten) {
     VMWriteBuffer* buffer = CreateWriteBuffer();
@@ -131,4 +132,32 @@ TEST(CodeBuffer, AnEmptyFinishedBufferStillHasData) {
     EXPECT_NE(spare.data, nullptr);
     delete buffer;
     std::free(spare.data);
+}
+
+// The code of a script of megabytes: past kMappedBlockMin the buffer is, on Linux, a mapped block
+// that grows without copying; finished, it keeps every word and gives back the pages past them.
+TEST(CodeBuffer, ABufferOfMegabytesKeepsEveryWordAndFinishesWithNoPagesPastThem) {
+    Arena records{};
+    SpareBlock spare{nullptr, 0};
+    VMWriteBuffer* buffer = CreateWriteBufferFrom(spare);
+    uint32_t words = static_cast<uint32_t>(kMappedBlockMin / 4) * 2 + 3;
+    for (uint32_t i = 0; i < words; i++) WriteWords(*buffer, {i ^ 0x5A5A5A5Au});
+#if defined(__linux__)
+    EXPECT_TRUE(buffer->dataMapped);
+#else
+    EXPECT_FALSE(buffer->dataMapped);
+#endif
+    FinishWithCopy(*buffer, CopyWritten(*buffer, records), spare);
+    EXPECT_FALSE(buffer->dataInArena);
+    EXPECT_EQ(buffer->size, static_cast<int64_t>(words) * 4);
+    for (uint32_t i = 0; i < words; i += 997) ASSERT_EQ(ReadWord(*buffer, static_cast<int64_t>(i) * 4), i ^ 0x5A5A5A5Au);
+    EXPECT_EQ(ReadWord(*buffer, static_cast<int64_t>(words - 1) * 4), (words - 1) ^ 0x5A5A5A5Au);
+#if defined(__linux__)
+    MappingInfo mapping = MappingOf(buffer->data + buffer->size - 1);
+    ASSERT_TRUE(mapping.found);
+    EXPECT_EQ(mapping.end, (reinterpret_cast<uintptr_t>(buffer->data) + static_cast<uintptr_t>(buffer->size) + 4095) &
+                               ~uintptr_t{4095});
+#endif
+    EXPECT_EQ(spare.data, nullptr);
+    delete buffer;
 }

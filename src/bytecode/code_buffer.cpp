@@ -7,7 +7,7 @@
 #include "support/strings.h"
 
 VMBuffer::~VMBuffer() {
-    if (!dataInArena) std::free(data);
+    if (!dataInArena) FreeBlock(data, static_cast<size_t>(size), dataMapped);
     data = nullptr;
 }
 
@@ -44,7 +44,8 @@ void WriteWords(VMBuffer& buffer, std::initializer_list<uint32_t> words) {
         while (size - written < needed) size *= 2;
         // Nothing refers to the old block, so it may move: a large block is then remapped rather
         // than copied into fresh pages.
-        uint8_t* block = static_cast<uint8_t*>(CheckedRealloc(buffer.data, static_cast<size_t>(size)));
+        uint8_t* block = GrowBlock(buffer.data, static_cast<size_t>(buffer.size), static_cast<size_t>(written),
+                                   static_cast<size_t>(size), buffer.dataMapped);
         buffer.data = block;
         buffer.size = size;
         buffer.cursor = block + written;
@@ -60,7 +61,11 @@ void PatchWord(VMBuffer& buffer, int64_t offset, uint32_t word) { StoreWord(buff
 uint32_t ReadWord(const VMBuffer& buffer, int64_t offset) { return LoadWord(buffer.data + offset); }
 
 void FinishBuffer(VMBuffer& buffer) {
-    buffer.size = buffer.cursor - buffer.data;
+    int64_t written = buffer.cursor - buffer.data;
+    if (!buffer.dataInArena) {
+        TrimBlock(buffer.data, static_cast<size_t>(buffer.size), static_cast<size_t>(written), buffer.dataMapped);
+    }
+    buffer.size = written;
 }
 
 uint8_t* CopyWritten(const VMBuffer& buffer, Arena& arena) {
@@ -72,6 +77,7 @@ uint8_t* CopyWritten(const VMBuffer& buffer, Arena& arena) {
 void FinishWithCopy(VMBuffer& buffer, uint8_t* copy, SpareBlock& spare) {
     if (copy) {
         int64_t written = buffer.cursor - buffer.data;
+        // What was copied fits an arena block, so the buffer's own block is a heap block.
         if (!spare.data) {
             spare = SpareBlock{buffer.data, buffer.size};
         } else {

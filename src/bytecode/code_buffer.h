@@ -17,6 +17,7 @@ public:
     uint8_t* data = nullptr;
     uint8_t* cursor = nullptr;
     bool dataInArena = false;  // the finished data was copied to an arena: not freed with the buffer
+    bool dataMapped = false;   // the data is a mapped block (GrowBlock), not a heap block
 };
 
 class VMWriteBuffer : public VMBuffer {
@@ -49,7 +50,7 @@ inline int64_t CurrentOffset(const VMBuffer& buffer) { return buffer.cursor - bu
 // Rewrites the word at a byte offset already written.
 void PatchWord(VMBuffer& buffer, int64_t offset, uint32_t word);
 uint32_t ReadWord(const VMBuffer& buffer, int64_t offset);
-// size becomes the number of bytes written.
+// size becomes the number of bytes written; a mapped block gives back the pages past them.
 void FinishBuffer(VMBuffer& buffer);
 // Keeping what a buffer wrote with the process's records, in two steps so that a compile can
 // copy both of its buffers before it changes either:

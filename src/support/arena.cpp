@@ -19,8 +19,13 @@ static_assert(kArenaLargestCarvedBlock <= kArenaLargestBlock, "a carved block fi
 size_t RoundUp(size_t size) { return (size + kAlignment - 1) & ~(kAlignment - 1); }
 
 #if defined(__linux__)
-// `bytes` (a multiple of kArenaLargestBlock) mapped at a kArenaLargestBlock boundary and advised
-// for huge pages, or null. `flags` are added to the mapping's.
+constexpr size_t kPageBytes = 4096;
+
+size_t RoundToPage(size_t bytes) { return (bytes + kPageBytes - 1) & ~(kPageBytes - 1); }
+
+// `bytes` (whole pages) mapped at a kArenaLargestBlock boundary, its whole 2 MiB pages advised for
+// huge pages, or null: a partly used last huge page would be made resident whole, so a tail
+// shorter than one stays in 4 KiB pages. `flags` are added to the mapping's.
 uint8_t* MapAligned(size_t bytes, int flags = 0) {
     size_t span = bytes + kArenaLargestBlock;
     void* mapped = mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | flags, -1, 0);
@@ -30,7 +35,8 @@ uint8_t* MapAligned(size_t bytes, int flags = 0) {
     if (aligned > start) munmap(mapped, aligned - start);
     uintptr_t tail = aligned + bytes;
     if (start + span > tail) munmap(reinterpret_cast<void*>(tail), start + span - tail);
-    madvise(reinterpret_cast<void*>(aligned), bytes, MADV_HUGEPAGE);
+    size_t huge = bytes & ~(kArenaLargestBlock - 1);
+    if (huge > 0) madvise(reinterpret_cast<void*>(aligned), huge, MADV_HUGEPAGE);
     return reinterpret_cast<uint8_t*>(aligned);
 }
 
@@ -73,6 +79,12 @@ uint8_t* Carve(Arena& arena, size_t size, size_t largestCarved = kArenaLargeRequ
         return block;
     }
     if (size > largestCarved) {
+#if defined(__linux__)
+        // A script's source of megabytes: mapped, so that it is faulted in 2 MiB at a time.
+        if (size >= kArenaLargestBlock) {
+            if (uint8_t* own = MapAligned(RoundToPage(size))) return own;
+        }
+#endif
         void* own = std::malloc(size);
         if (!own) throw std::bad_alloc();
         return static_cast<uint8_t*>(own);
@@ -100,6 +112,27 @@ namespace {
 constexpr size_t kScratchHeader = (sizeof(ScratchBlock) + kAlignment - 1) & ~(kAlignment - 1);
 
 uint8_t* ScratchData(ScratchBlock* block) { return reinterpret_cast<uint8_t*>(block) + kScratchHeader; }
+
+// A block with room for `size` bytes after its header (at least `needed` of them), or null. The
+// largest are, on Linux, one huge page each, the header inside it: a large compile's records then
+// fault in 2 MiB at a time.
+ScratchBlock* NewScratchBlock(size_t size, size_t needed) {
+    void* block = nullptr;
+#if defined(__linux__)
+    if (size == kArenaLargestBlock && needed <= kArenaLargestBlock - kScratchHeader) {
+        block = MapAligned(kArenaLargestBlock);
+        if (block) size -= kScratchHeader;
+    }
+#else
+    (void)needed;
+#endif
+    if (!block) block = std::malloc(kScratchHeader + size);
+    if (!block) return nullptr;
+    ScratchBlock* scratchBlock = static_cast<ScratchBlock*>(block);
+    scratchBlock->next = nullptr;
+    scratchBlock->size = size;
+    return scratchBlock;
+}
 
 }  // namespace
 
@@ -192,6 +225,60 @@ void FreeTable(void* table, size_t bytes) {
     std::free(table);
 }
 
+uint8_t* GrowBlock(uint8_t* data, size_t size, size_t used, size_t newSize, bool& mapped) {
+    if (AllocationShouldFail()) throw std::bad_alloc();
+#if defined(__linux__)
+    if (newSize >= kMappedBlockMin) {
+        if (uint8_t* grown = MapAligned(RoundToPage(newSize))) {
+            if (!mapped) {
+                std::memcpy(grown, data, used);
+                std::free(data);
+                mapped = true;
+                return grown;
+            }
+            // The pages move to the start of the new mapping, in place of its untouched ones.
+            if (mremap(data, RoundToPage(size), RoundToPage(size), MREMAP_MAYMOVE | MREMAP_FIXED, grown) != MAP_FAILED) {
+                return grown;
+            }
+            munmap(grown, RoundToPage(newSize));
+        }
+        if (mapped) throw std::bad_alloc();
+    }
+#else
+    (void)size;
+    (void)used;
+    (void)mapped;
+#endif
+    void* grown = std::realloc(data, newSize);
+    if (!grown) throw std::bad_alloc();
+    return static_cast<uint8_t*>(grown);
+}
+
+void TrimBlock(uint8_t* data, size_t size, size_t used, bool mapped) {
+#if defined(__linux__)
+    size_t kept = RoundToPage(used == 0 ? 1 : used);
+    if (mapped && kept < RoundToPage(size)) munmap(data + kept, RoundToPage(size) - kept);
+#else
+    (void)data;
+    (void)size;
+    (void)used;
+    (void)mapped;
+#endif
+}
+
+void FreeBlock(uint8_t* data, size_t size, bool mapped) {
+#if defined(__linux__)
+    if (mapped) {
+        munmap(data, RoundToPage(size == 0 ? 1 : size));
+        return;
+    }
+#else
+    (void)size;
+    (void)mapped;
+#endif
+    std::free(data);
+}
+
 void* ScratchAllocate(Scratch& scratch, size_t size) {
     if (AllocationShouldFail()) throw std::bad_alloc();
     size = RoundUp(size == 0 ? 1 : size);
@@ -203,10 +290,8 @@ void* ScratchAllocate(Scratch& scratch, size_t size) {
             size_t blockSize = scratch.current ? 2 * scratch.current->size : kArenaFirstBlock;
             if (blockSize > kArenaLargestBlock) blockSize = kArenaLargestBlock;
             if (blockSize < size) blockSize = size;
-            following = static_cast<ScratchBlock*>(std::malloc(kScratchHeader + blockSize));
+            following = NewScratchBlock(blockSize, size);
             if (!following) throw std::bad_alloc();
-            following->next = nullptr;
-            following->size = blockSize;
             if (scratch.current) {
                 scratch.current->next = following;
             } else {

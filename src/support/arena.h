@@ -72,6 +72,23 @@ void* AllocateZeroedTable(size_t bytes);
 // copying. Given back with FreeTable. The test build's failure hook leaves it alone: the copying
 // path is the one whose failures matter.
 void* ReserveZeroedTable(size_t bytes) noexcept;
+// A compile's code and position buffers grow by doubling. Below kMappedBlockMin bytes a buffer is a
+// heap block; from there up, on Linux, a mapping at a 2 MiB boundary advised for huge pages, grown
+// by moving its pages into a larger mapping rather than copying them. A script of megabytes then
+// faults its code in 2 MiB at a time instead of 4 KiB. Elsewhere, and when mapping fails, a heap
+// block all along.
+constexpr size_t kMappedBlockMin = 4 * 1024 * 1024;
+// A buffer grows only when full, so a mapped one holds more than half its size: too much to be
+// carved (kArenaLargestCarvedBlock). Mapped blocks are therefore never spare blocks.
+static_assert(kMappedBlockMin / 2 > kArenaLargestCarvedBlock, "a mapped buffer is never copied to an arena");
+// `data` (`size` bytes, a heap or a mapped block as `mapped` says) grown to `newSize`, its first
+// `used` bytes kept; `mapped` says what the result is. Throws std::bad_alloc with the block unchanged.
+uint8_t* GrowBlock(uint8_t* data, size_t size, size_t used, size_t newSize, bool& mapped);
+// Gives back the pages of a mapped block past its first `used` bytes (a heap block is left as it is).
+void TrimBlock(uint8_t* data, size_t size, size_t used, bool mapped);
+// Frees a block from GrowBlock: `size` is its size, or what TrimBlock left of it.
+void FreeBlock(uint8_t* data, size_t size, bool mapped);
+
 // Gives back a table from AllocateTable, AllocateZeroedTable or ReserveZeroedTable of the same
 // size (null is ignored).
 void FreeTable(void* table, size_t bytes);
