@@ -168,6 +168,24 @@ TEST(ParseDecimal, MatchesLibcOnRandomShortTexts) {
     }
 }
 
+// Up to 15 digits scaled by at most 10^22 either way are computed with one double operation;
+// everything else by big integers. Both sides of both limits, with digits that need rounding.
+TEST(ParseDecimal, MatchesLibcAroundTheLimitsOfTheOneOperationPath) {
+    std::mt19937_64 random(2211);
+    for (int round = 0; round < 2000; round++) {
+        for (int digits = 13; digits <= 17; digits++) {
+            std::string mantissa(1, static_cast<char>('1' + random() % 9));
+            for (int i = 1; i < digits; i++) mantissa += static_cast<char>('0' + random() % 10);
+            for (int exponent = -24; exponent <= 24; exponent++) {
+                ExpectParsesLikeLibc(mantissa + "e" + std::to_string(exponent));
+                // The same digits around a decimal point: the exponent then counts from there.
+                std::string pointed = mantissa.substr(0, 3) + "." + mantissa.substr(3);
+                ExpectParsesLikeLibc(pointed + "e" + std::to_string(exponent));
+            }
+        }
+    }
+}
+
 TEST(ParseDecimal, MatchesLibcOnPrintedDoubles) {
     std::mt19937_64 random(777);
     char text[1200];

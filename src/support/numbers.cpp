@@ -1,7 +1,9 @@
-// Number conversions done with exact integer arithmetic, so that neither the host's locale nor
-// the platform's C runtime can change a parsed literal or a listed double.
+// Number conversions done with exact integer arithmetic (or one IEEE operation where that is
+// exact before its single rounding), so that neither the host's locale nor the platform's C
+// runtime can change a parsed literal or a listed double.
 #include "support/numbers.h"
 
+#include <cfloat>
 #include <cstring>
 
 namespace {
@@ -192,6 +194,15 @@ int DigitValue(char c) {
     return 99;
 }
 
+// Every integer of up to 15 decimal digits, and every power of ten up to 10^22, is a double.
+constexpr int kExactDigits = 15;
+constexpr int kExactPowerOfTen = 22;
+constexpr double kPowersOfTen[kExactPowerOfTen + 1] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                                       1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                                       1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+// One rounding per operation, in double precision (SSE2 on both targets, not the x87 stack).
+static_assert(FLT_EVAL_METHOD == 0, "double operations round to double");
+
 // Decimal halfway points between doubles have at most 767 significant digits, so digits past
 // this many only matter as "something non-zero follows", which one extra '1' digit preserves.
 constexpr int kMaxDigits = 800;
@@ -258,7 +269,15 @@ double ParseDecimal(const char* text) {
         decimalExponent++;
     }
     double magnitude;
-    if (count == 0 || count + decimalExponent <= -324) {
+    if (count <= kExactDigits && decimalExponent >= -kExactPowerOfTen && decimalExponent <= kExactPowerOfTen) {
+        // The digits and the power of ten are both exact doubles, so a single multiplication or
+        // division rounds the value correctly: the integers and short decimals scripts are
+        // full of need no big numbers.
+        uint64_t whole = 0;
+        for (int i = 0; i < count; i++) whole = whole * 10 + static_cast<uint64_t>(digits[i] - '0');
+        double exact = static_cast<double>(whole);
+        magnitude = decimalExponent >= 0 ? exact * kPowersOfTen[decimalExponent] : exact / kPowersOfTen[-decimalExponent];
+    } else if (count == 0 || count + decimalExponent <= -324) {
         magnitude = 0.0;  // below 1e-324, under half the smallest subnormal
     } else if (count - 1 + decimalExponent >= 309) {
         magnitude = FromBits(uint64_t{0x7FF} << 52);  // at least 1e309
