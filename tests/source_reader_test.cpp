@@ -431,3 +431,62 @@ TEST(SourceReader, AsciiClassesAgreeWithTheCategoryLookup) {
     EXPECT_FALSE(IsIdentifierStart(0xD7));   // ×
     EXPECT_TRUE(IsIdentifierPart(0x0663));   // Arabic-Indic digit three
 }
+
+namespace {
+
+// Where a reader's pointer is in its own copy of the source.
+int64_t OffsetIn(const Lexer& lexer, const uint8_t* at) { return at - (lexer.end - lexer.length); }
+
+bool SameReaderState(const Lexer& a, const Lexer& b) {
+    return a.current == b.current && a.next == b.next && OffsetIn(a, a.readPtr) == OffsetIn(b, b.readPtr) &&
+           OffsetIn(a, a.nextStart) == OffsetIn(b, b.nextStart) &&
+           OffsetIn(a, a.currentStart) == OffsetIn(b, b.currentStart) && a.position.line == b.position.line &&
+           a.position.column == b.position.column && a.position.offset == b.position.offset;
+}
+
+}  // namespace
+
+// Advance's inline case (an ASCII look-ahead byte, no line break) does what the routine for every
+// character does: two readers over random texts of ASCII, line breaks of all three kinds,
+// multi-byte characters, \u escapes and lone bytes, one stepped by each, agree after every step
+// up to and past the end.
+TEST(SourceReader, TheInlineAdvanceAgreesWithTheFullOneOnEveryCharacter) {
+    const std::vector<std::string> pieces = {"a", "Z", "9", "_", " ", "\n", "\r", "\r\n", "\\", "\\u0041", "\\U7a",
+                                             "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\x80", "\xFF", "\t", "/"};
+    uint64_t seed = 99;
+    for (int round = 0; round < 300; round++) {
+        std::string source;
+        for (int i = 0; i < 60; i++) {
+            seed = seed * 6364136223846793005ull + 1442695040888963407ull;
+            source += pieces[(seed >> 33) % pieces.size()];
+        }
+        Lexer* inlined = NewTestLexer(";" + source);
+        Lexer* full = NewTestLexer(";" + source);
+        ASSERT_TRUE(SameReaderState(*inlined, *full));
+        for (size_t step = 0; step < source.size() + 4; step++) {
+            Advance(inlined);
+            ResolveEscape(inlined);
+            AdvanceAnyCharacter(full);
+            ResolveBackslash(full);
+            ASSERT_TRUE(SameReaderState(*inlined, *full)) << "round " << round << " step " << step;
+        }
+    }
+}
+
+// AppendCodePoint's inline case (ASCII with room to spare) leaves the builder as the routine for
+// every code point does, growth included.
+TEST(SourceReader, TheInlineAppendAgreesWithTheFullOneAtEveryLength) {
+    StringBuilder inlined{};
+    StringBuilder full{};
+    const uint32_t codePoints[] = {'a', 0x7F, 0xE9, 0x40AC, 0x3E600, 0x7FFFFFFF, '0', 0};
+    for (int i = 0; i < 3000; i++) {
+        uint32_t codePoint = codePoints[static_cast<size_t>(i * 7 + i / 5) % 8];
+        AppendCodePoint(inlined, codePoint);
+        AppendAnyCodePoint(full, codePoint);
+        ASSERT_EQ(inlined.length, full.length) << i;
+        ASSERT_EQ(inlined.capacity, full.capacity) << i;
+        ASSERT_EQ(std::memcmp(inlined.text, full.text, full.length + 1), 0) << i;
+    }
+    FreeStringBuilder(inlined);
+    FreeStringBuilder(full);
+}

@@ -105,7 +105,7 @@ Lexer* MakeLexer(RefString* source, RefString* fileName) { return NewLexer(sourc
 
 void EndLexing(Lexer* lexer) { FreeStringBuilder(lexer->scratch); }
 
-void Advance(Lexer* lexer) {
+void AdvanceAnyCharacter(Lexer* lexer) {
     lexer->position.offset++;
     if (lexer->current == kLineFeed) {
         lexer->position.line++;
@@ -134,7 +134,7 @@ void Advance(Lexer* lexer) {
 // Only the low byte of the look-ahead is tested, so any code point whose low byte spells a
 // hexadecimal digit continues the escape, without a digit limit; the characters scripts get from
 // escapes depend on it (SourceReader.EscapeTestsOnlyTheLowByteOfTheLookAhead).
-void ResolveEscape(Lexer* lexer) {
+void ResolveBackslash(Lexer* lexer) {
     if (lexer->current != kBackslash || (lexer->next != 'u' && lexer->next != 'U')) return;
     uint32_t value = 0;
     Advance(lexer);
@@ -145,7 +145,7 @@ void ResolveEscape(Lexer* lexer) {
     lexer->current = value;
 }
 
-void AppendCodePoint(StringBuilder& builder, uint32_t codePoint) {
+void AppendAnyCodePoint(StringBuilder& builder, uint32_t codePoint) {
     ReserveText(builder, 7);
     uint8_t* out = reinterpret_cast<uint8_t*>(builder.text + builder.length);
     uint32_t count;
@@ -201,16 +201,8 @@ bool IsWhitespace(uint32_t codePoint) {
     }
 }
 
-// ASCII letters are the only ASCII characters of the categories Lu, Ll, Lt, Lm, Lo and Nl, and
-// the digits the only ones of Nd; '_' is the only ASCII Pc. So ASCII needs no category lookup
-// (SourceReader.AsciiClassesAgreeWithTheCategoryLookup).
-namespace {
-bool IsAsciiLetter(uint32_t codePoint) { return (codePoint | 0x20u) - 'a' < 26u; }
-}  // namespace
-
-bool IsIdentifierStart(uint32_t codePoint) {
-    if (codePoint == '_' || codePoint == '$') return true;
-    if (codePoint < 0x80) return IsAsciiLetter(codePoint);
+bool IsIdentifierStartBeyondAscii(uint32_t codePoint) {
+    if (codePoint < 0x80) return IsIdentifierStart(codePoint);
     switch (CharacterCategory(codePoint)) {
         case UTF8PROC_CATEGORY_LU:
         case UTF8PROC_CATEGORY_LL:
@@ -224,9 +216,9 @@ bool IsIdentifierStart(uint32_t codePoint) {
     }
 }
 
-bool IsIdentifierPart(uint32_t codePoint) {
-    if (codePoint < 0x80) return IsAsciiLetter(codePoint) || IsDecimalDigit(codePoint) || codePoint == '_' || codePoint == '$';
-    if (IsIdentifierStart(codePoint)) return true;
+bool IsIdentifierPartBeyondAscii(uint32_t codePoint) {
+    if (codePoint < 0x80) return IsIdentifierPart(codePoint);
+    if (IsIdentifierStartBeyondAscii(codePoint)) return true;
     // Zero-width non-joiner and joiner.
     if (codePoint == 8204 || codePoint == 8205) return true;
     switch (CharacterCategory(codePoint)) {
@@ -239,8 +231,6 @@ bool IsIdentifierPart(uint32_t codePoint) {
             return false;
     }
 }
-
-bool IsDecimalDigit(uint32_t codePoint) { return codePoint >= '0' && codePoint <= '9'; }
 
 bool IsHexDigit(uint32_t codePoint) {
     return IsDecimalDigit(codePoint) || (codePoint >= 'a' && codePoint <= 'f') ||

@@ -40,17 +40,64 @@ void EndLexing(Lexer* lexer);
 // Zero bytes kept after the source copy, so decoding may read past the end safely.
 constexpr uint32_t kSourcePadding = 8;
 
-void Advance(Lexer* lexer);
-void ResolveEscape(Lexer* lexer);
-// Appends a code point in the extended UTF-8 form (1 to 6 bytes).
-void AppendCodePoint(StringBuilder& builder, uint32_t codePoint);
+// The three routines below run for nearly every source character, so their common case (an
+// ASCII character, no line break, no escape, room in the builder) is inline here and does exactly
+// what the out-of-line routine that handles every case does.
+
+// Any character: decoding, line breaks (CR LF reads as LF), the end of the source.
+void AdvanceAnyCharacter(Lexer* lexer);
+// The current character becomes the look-ahead, and the next one is read.
+inline void Advance(Lexer* lexer) {
+    const uint8_t* at = lexer->readPtr;
+    if (lexer->current != '\n' && lexer->next != '\r' && at < lexer->end && *at < 0x80) {
+        lexer->position.offset++;
+        lexer->current = lexer->next;
+        lexer->currentStart = lexer->nextStart;
+        lexer->nextStart = at;
+        lexer->next = *at;
+        lexer->readPtr = at + 1;
+        lexer->position.column++;
+        return;
+    }
+    AdvanceAnyCharacter(lexer);
+}
+
+// A backslash that is current: a \u escape there becomes its character.
+void ResolveBackslash(Lexer* lexer);
+inline void ResolveEscape(Lexer* lexer) {
+    if (lexer->current == '\\') ResolveBackslash(lexer);
+}
+
+// Appends a code point in the extended UTF-8 form (1 to 6 bytes), growing the builder first when
+// fewer than 7 bytes are free.
+void AppendAnyCodePoint(StringBuilder& builder, uint32_t codePoint);
+inline void AppendCodePoint(StringBuilder& builder, uint32_t codePoint) {
+    if (codePoint < 0x80 && static_cast<int64_t>(builder.capacity) - builder.length - 1 >= 7) {
+        builder.text[builder.length++] = static_cast<char>(codePoint);
+        builder.text[builder.length] = '\0';
+        return;
+    }
+    AppendAnyCodePoint(builder, codePoint);
+}
 
 // utf8proc's general category numbering; code points beyond the tables are Cn (0).
 int32_t CharacterCategory(uint32_t codePoint);
 bool IsWhitespace(uint32_t codePoint);
-bool IsIdentifierStart(uint32_t codePoint);
-bool IsIdentifierPart(uint32_t codePoint);
-bool IsDecimalDigit(uint32_t codePoint);
+inline bool IsDecimalDigit(uint32_t codePoint) { return codePoint >= '0' && codePoint <= '9'; }
+inline bool IsAsciiLetter(uint32_t codePoint) { return (codePoint | 0x20u) - 'a' < 26u; }
+// ASCII letters are the only ASCII characters of the categories Lu, Ll, Lt, Lm, Lo and Nl, and
+// the digits the only ones of Nd; '_' is the only ASCII Pc. So ASCII needs no category lookup
+// (SourceReader.AsciiClassesAgreeWithTheCategoryLookup); beyond it, the category decides.
+bool IsIdentifierStartBeyondAscii(uint32_t codePoint);
+bool IsIdentifierPartBeyondAscii(uint32_t codePoint);
+inline bool IsIdentifierStart(uint32_t codePoint) {
+    if (codePoint < 0x80) return IsAsciiLetter(codePoint) || codePoint == '_' || codePoint == '$';
+    return IsIdentifierStartBeyondAscii(codePoint);
+}
+inline bool IsIdentifierPart(uint32_t codePoint) {
+    if (codePoint < 0x80) return IsAsciiLetter(codePoint) || IsDecimalDigit(codePoint) || codePoint == '_' || codePoint == '$';
+    return IsIdentifierPartBeyondAscii(codePoint);
+}
 bool IsHexDigit(uint32_t codePoint);
 bool IsOctalDigit(uint32_t codePoint);
 // The value of a decimal, hexadecimal or (by the same rule) octal digit character.
