@@ -317,3 +317,27 @@ TEST(Scratch, TheLargestBlocksAreHugePagesEach) {
     EXPECT_EQ(last[4095], 0x33);
 }
 #endif
+
+// ArenaAllocate carves a record that fits the current block inline; ArenaAllocateAny does every
+// case. The same requests get the same layout from both: each record at the same distance from
+// the one before, a new block at the same request, every record zeroed.
+TEST(Arena, TheInlineAllocationLaysRecordsOutAsTheFullOneDoes) {
+    Arena inlined{};
+    Arena full{};
+    uint8_t* previousInlined = nullptr;
+    uint8_t* previousFull = nullptr;
+    for (int i = 0; i < 40000; i++) {
+        size_t size = static_cast<size_t>((i * 37) % 97);   // 0 included
+        uint8_t* endBefore = inlined.end;
+        uint8_t* a = static_cast<uint8_t*>(ArenaAllocate(inlined, size));
+        uint8_t* b = static_cast<uint8_t*>(ArenaAllocateAny(full, size));
+        ASSERT_EQ(inlined.end - a, full.end - b) << i;
+        if (previousInlined && inlined.end == endBefore) {
+            ASSERT_EQ(a - previousInlined, b - previousFull) << i;
+        }
+        for (size_t k = 0; k < size; k++) ASSERT_EQ(a[k], 0) << i;
+        std::memset(a, 0xCD, size);
+        previousInlined = a;
+        previousFull = b;
+    }
+}

@@ -138,7 +138,7 @@ ScratchBlock* NewScratchBlock(size_t size, size_t needed) {
 
 // Zeroed here, record by record, rather than a block at a time: the bytes are written while they
 // are in the cache anyway, and pages of a block are touched only as records reach them.
-void* ArenaAllocate(Arena& arena, size_t size) {
+void* ArenaAllocateAny(Arena& arena, size_t size) {
     size = RoundUp(size == 0 ? 1 : size);
     return std::memset(Carve(arena, size), 0, size);
 }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 // One arena serves either records (ArenaAllocate) or texts (ArenaCopyText), never both: texts
 // leave the free pointer unaligned. A zeroed record is an empty arena.
@@ -40,7 +41,21 @@ constexpr size_t kArenaLargestCarvedBlock = 512 * 1024;
 
 // `size` zeroed bytes, aligned for any record. Throws std::bad_alloc with the arena unchanged
 // when a new block cannot be had.
-void* ArenaAllocate(Arena& arena, size_t size);
+void* ArenaAllocateAny(Arena& arena, size_t size);
+// The same; a record that fits the current block is carved inline, as every node of a tree is
+// (a test build, which may make any request fail, always asks ArenaAllocateAny).
+inline void* ArenaAllocate(Arena& arena, size_t size) {
+#if !defined(VELTJS_FAULT_INJECTION)
+    constexpr size_t kAlignment = alignof(std::max_align_t);
+    size_t rounded = (size + (size == 0) + kAlignment - 1) & ~(kAlignment - 1);
+    if (arena.next && static_cast<size_t>(arena.end - arena.next) >= rounded) {
+        uint8_t* record = arena.next;
+        arena.next += rounded;
+        return std::memset(record, 0, rounded);
+    }
+#endif
+    return ArenaAllocateAny(arena, size);
+}
 // A NUL-terminated copy of `length` bytes of `text`, packed without alignment. Throws
 // std::bad_alloc with the arena unchanged when a new block cannot be had.
 char* ArenaCopyText(Arena& arena, const char* text, size_t length);
