@@ -16,7 +16,6 @@ namespace {
 constexpr size_t kAlignment = alignof(std::max_align_t);
 static_assert(kArenaLargestCarvedBlock <= kArenaLargestBlock, "a carved block fits the largest block");
 
-size_t RoundUp(size_t size) { return (size + kAlignment - 1) & ~(kAlignment - 1); }
 
 #if defined(__linux__)
 constexpr size_t kPageBytes = 4096;
@@ -139,11 +138,11 @@ ScratchBlock* NewScratchBlock(size_t size, size_t needed) {
 // Zeroed here, record by record, rather than a block at a time: the bytes are written while they
 // are in the cache anyway, and pages of a block are touched only as records reach them.
 void* ArenaAllocateAny(Arena& arena, size_t size) {
-    size = RoundUp(size == 0 ? 1 : size);
+    size = ArenaRecordSize(size);
     return std::memset(Carve(arena, size), 0, size);
 }
 
-char* ArenaCopyText(Arena& arena, const char* text, size_t length) {
+char* ArenaCopyTextAny(Arena& arena, const char* text, size_t length) {
     char* copy = reinterpret_cast<char*>(Carve(arena, length + 1));
     std::memcpy(copy, text, length);
     copy[length] = '\0';
@@ -151,7 +150,7 @@ char* ArenaCopyText(Arena& arena, const char* text, size_t length) {
 }
 
 void* ArenaCopyBlock(Arena& arena, const void* data, size_t size) {
-    uint8_t* copy = Carve(arena, RoundUp(size == 0 ? 1 : size), kArenaLargestCarvedBlock);
+    uint8_t* copy = Carve(arena, ArenaRecordSize(size), kArenaLargestCarvedBlock);
     if (size != 0) std::memcpy(copy, data, size);
     return copy;
 }
@@ -161,18 +160,6 @@ char* ArenaCopyLongText(Arena& arena, const char* text, size_t length, size_t ze
     std::memcpy(copy, text, length);
     std::memset(copy + length, 0, zeros);
     return copy;
-}
-
-bool ArenaEndsWithRecord(const Arena& arena, const void* start, size_t size) {
-    return arena.next && static_cast<const uint8_t*>(start) + RoundUp(size == 0 ? 1 : size) == arena.next;
-}
-
-bool ArenaEndsWithText(const Arena& arena, const char* text, size_t length) {
-    return arena.next && reinterpret_cast<const uint8_t*>(text) + length + 1 == arena.next;
-}
-
-void ArenaRewind(Arena& arena, const void* start) {
-    arena.next = static_cast<uint8_t*>(const_cast<void*>(start));
 }
 
 void* AllocateTable(size_t bytes) {
@@ -281,7 +268,7 @@ void FreeBlock(uint8_t* data, size_t size, bool mapped) {
 
 void* ScratchAllocate(Scratch& scratch, size_t size) {
     if (AllocationShouldFail()) throw std::bad_alloc();
-    size = RoundUp(size == 0 ? 1 : size);
+    size = ArenaRecordSize(size);
     while (!scratch.next || static_cast<size_t>(scratch.end - scratch.next) < size) {
         // The next block of the chain (a block too small for this request is passed over), or a
         // new one at its end, doubling up to the largest block size.

@@ -39,15 +39,23 @@ constexpr size_t kArenaLargeRequest = 16 * 1024;
 // heap block of its own.
 constexpr size_t kArenaLargestCarvedBlock = 512 * 1024;
 
+// What a record of `size` bytes takes in an arena: rounded up to the alignment of any record (a
+// request of 0 bytes takes one unit).
+constexpr size_t ArenaRecordSize(size_t size) {
+    constexpr size_t kAlignment = alignof(std::max_align_t);
+    return (size + (size == 0) + kAlignment - 1) & ~(kAlignment - 1);
+}
+
+// The requests that fit the current block are carved inline below, as every node and token text
+// of a tree is; the ...Any routines do every case (and every request of the test build, which may
+// make any request fail).
+
 // `size` zeroed bytes, aligned for any record. Throws std::bad_alloc with the arena unchanged
 // when a new block cannot be had.
 void* ArenaAllocateAny(Arena& arena, size_t size);
-// The same; a record that fits the current block is carved inline, as every node of a tree is
-// (a test build, which may make any request fail, always asks ArenaAllocateAny).
 inline void* ArenaAllocate(Arena& arena, size_t size) {
 #if !defined(VELTJS_FAULT_INJECTION)
-    constexpr size_t kAlignment = alignof(std::max_align_t);
-    size_t rounded = (size + (size == 0) + kAlignment - 1) & ~(kAlignment - 1);
+    size_t rounded = ArenaRecordSize(size);
     if (arena.next && static_cast<size_t>(arena.end - arena.next) >= rounded) {
         uint8_t* record = arena.next;
         arena.next += rounded;
@@ -58,7 +66,19 @@ inline void* ArenaAllocate(Arena& arena, size_t size) {
 }
 // A NUL-terminated copy of `length` bytes of `text`, packed without alignment. Throws
 // std::bad_alloc with the arena unchanged when a new block cannot be had.
-char* ArenaCopyText(Arena& arena, const char* text, size_t length);
+char* ArenaCopyTextAny(Arena& arena, const char* text, size_t length);
+inline char* ArenaCopyText(Arena& arena, const char* text, size_t length) {
+#if !defined(VELTJS_FAULT_INJECTION)
+    if (arena.next && static_cast<size_t>(arena.end - arena.next) > length) {
+        char* copy = reinterpret_cast<char*>(arena.next);
+        arena.next += length + 1;
+        std::memcpy(copy, text, length);
+        copy[length] = '\0';
+        return copy;
+    }
+#endif
+    return ArenaCopyTextAny(arena, text, length);
+}
 // A copy of `size` bytes of `data`, aligned for any record (kArenaLargestCarvedBlock applies).
 void* ArenaCopyBlock(Arena& arena, const void* data, size_t size);
 // A copy of `length` bytes of `text` followed by `zeros` zero bytes, packed without alignment
@@ -67,12 +87,18 @@ char* ArenaCopyLongText(Arena& arena, const char* text, size_t length, size_t ze
 
 // Whether the `size` bytes at `start` are the last an arena handed out (a record's size is
 // rounded as ArenaAllocate rounds it; a text's is its length plus one).
-bool ArenaEndsWithRecord(const Arena& arena, const void* start, size_t size);
-bool ArenaEndsWithText(const Arena& arena, const char* text, size_t length);
+inline bool ArenaEndsWithRecord(const Arena& arena, const void* start, size_t size) {
+    return arena.next && static_cast<const uint8_t*>(start) + ArenaRecordSize(size) == arena.next;
+}
+inline bool ArenaEndsWithText(const Arena& arena, const char* text, size_t length) {
+    return arena.next && reinterpret_cast<const uint8_t*>(text) + length + 1 == arena.next;
+}
 // Takes back everything from `start` on, which must be the start of the last request or of a
 // request after which nothing else in the current block was handed out: the next request gets
 // the same bytes. Only for a record or text no one holds any longer.
-void ArenaRewind(Arena& arena, const void* start);
+inline void ArenaRewind(Arena& arena, const void* start) {
+    arena.next = static_cast<uint8_t*>(const_cast<void*>(start));
+}
 
 // A table of `bytes` for an index that is replaced as it grows, so given back rather than kept
 // in an arena; its contents are not set. From 2 MiB up, on Linux, it is mapped at a 2 MiB

@@ -83,7 +83,11 @@ RefString* InitArenaRefString(void* record, char* text) {
 
 RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text) {
     if (!text) text = "";
-    char* copy = ArenaCopyText(texts, text, std::strlen(text));
+    return NewArenaRefString(records, texts, text, std::strlen(text));
+}
+
+RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text, size_t length) {
+    char* copy = ArenaCopyText(texts, text, length);
     return InitArenaRefString(ArenaAllocate(records, sizeof(RefString)), copy);
 }
 

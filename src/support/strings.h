@@ -33,6 +33,8 @@ RefString* InitArenaRefString(void* record, char* text);
 // The record in `records` and a copy of text (up to its first NUL) in `texts`: no allocator
 // call unless an arena needs a new block.
 RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text);
+// The same for a text of `length` bytes, none of them NUL.
+RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text, size_t length);
 // NewPaddedRefString's copy in the arenas (a script's source, which the tree's positions keep).
 RefString* NewArenaPaddedRefString(Arena& records, Arena& texts, const char* text, uint32_t padding);
 // When `string` came from NewArenaRefString, only its maker still holds it, and it and its text
