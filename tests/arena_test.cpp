@@ -341,3 +341,49 @@ TEST(Arena, TheInlineAllocationLaysRecordsOutAsTheFullOneDoes) {
         previousFull = b;
     }
 }
+
+// The same for texts: ArenaCopyText copies a text that fits inline, ArenaCopyTextAny every text.
+TEST(Arena, TheInlineTextCopyPacksTextsAsTheFullOneDoes) {
+    Arena inlined{};
+    Arena full{};
+    std::string source(300, 'x');
+    for (size_t i = 0; i < source.size(); i++) source[i] = static_cast<char>('a' + i % 26);
+    char* previousInlined = nullptr;
+    char* previousFull = nullptr;
+    for (int i = 0; i < 40000; i++) {
+        size_t length = static_cast<size_t>((i * 53) % 211);   // 0 included
+        uint8_t* endBefore = inlined.end;
+        char* a = ArenaCopyText(inlined, source.data() + i % 50, length);
+        char* b = ArenaCopyTextAny(full, source.data() + i % 50, length);
+        ASSERT_EQ(reinterpret_cast<char*>(inlined.end) - a, reinterpret_cast<char*>(full.end) - b) << i;
+        if (previousInlined && inlined.end == endBefore) {
+            ASSERT_EQ(a - previousInlined, b - previousFull) << i;
+        }
+        ASSERT_EQ(std::memcmp(a, source.data() + i % 50, length), 0) << i;
+        ASSERT_EQ(a[length], '\0') << i;
+        previousInlined = a;
+        previousFull = b;
+    }
+}
+
+// A text fits a block only with its NUL: one byte short of that, it goes to a new block.
+TEST(Arena, ATextFitsTheBlockOnlyWithItsTerminatingZero) {
+    std::string chunk(999, 'c');
+    for (bool withRoomForTheZero : {true, false}) {
+        Arena texts{};
+        ArenaCopyText(texts, "start", 5);
+        while (texts.end - texts.next > 1000) ArenaCopyText(texts, chunk.data(), chunk.size());
+        uint8_t* blockEnd = texts.end;
+        size_t room = static_cast<size_t>(texts.end - texts.next);
+        size_t length = withRoomForTheZero ? room - 1 : room;
+        char* copy = ArenaCopyText(texts, chunk.data(), length);
+        EXPECT_EQ(copy[length], '\0');
+        if (withRoomForTheZero) {
+            EXPECT_EQ(texts.end, blockEnd);   // the block is now full
+            EXPECT_EQ(texts.next, blockEnd);
+        } else {
+            EXPECT_NE(texts.end, blockEnd);   // a new block took the text
+            EXPECT_LE(reinterpret_cast<uint8_t*>(copy) + length + 1, texts.end);
+        }
+    }
+}
