@@ -36,24 +36,18 @@ VMWriteBuffer* CreateWriteBufferFrom(SpareBlock& spare) {
     return buffer;
 }
 
-void WriteWords(VMBuffer& buffer, std::initializer_list<uint32_t> words) {
-    int64_t needed = static_cast<int64_t>(words.size()) * 4;
+void MakeRoomForWords(VMBuffer& buffer, int64_t needed) {
     int64_t written = buffer.cursor - buffer.data;
-    if (buffer.size - written < needed) {
-        int64_t size = buffer.size;
-        while (size - written < needed) size *= 2;
-        // Nothing refers to the old block, so it may move: a large block is then remapped rather
-        // than copied into fresh pages.
-        uint8_t* block = GrowBlock(buffer.data, static_cast<size_t>(buffer.size), static_cast<size_t>(written),
-                                   static_cast<size_t>(size), buffer.dataMapped);
-        buffer.data = block;
-        buffer.size = size;
-        buffer.cursor = block + written;
-    }
-    for (uint32_t word : words) {
-        StoreWord(buffer.cursor, word);
-        buffer.cursor += 4;
-    }
+    if (buffer.size - written >= needed) return;
+    int64_t size = buffer.size;
+    while (size - written < needed) size *= 2;
+    // Nothing refers to the old block, so it may move: a large block is then remapped rather
+    // than copied into fresh pages.
+    uint8_t* block = GrowBlock(buffer.data, static_cast<size_t>(buffer.size), static_cast<size_t>(written),
+                               static_cast<size_t>(size), buffer.dataMapped);
+    buffer.data = block;
+    buffer.size = size;
+    buffer.cursor = block + written;
 }
 
 void PatchWord(VMBuffer& buffer, int64_t offset, uint32_t word) { StoreWord(buffer.data + offset, word); }

@@ -43,8 +43,18 @@ VMWriteBuffer* CreateWriteBuffer();
 // A buffer that writes into the spare block, taking it, or a new one of 256 bytes when there is
 // none.
 VMWriteBuffer* CreateWriteBufferFrom(SpareBlock& spare);
-// Appends the words in order, doubling the block as often as needed.
-void WriteWords(VMBuffer& buffer, std::initializer_list<uint32_t> words);
+// Doubles the block as often as needed for `needed` more bytes.
+void MakeRoomForWords(VMBuffer& buffer, int64_t needed);
+// Appends the words in order, doubling the block as often as needed (inline: every instruction
+// of a compile is written here).
+inline void WriteWords(VMBuffer& buffer, std::initializer_list<uint32_t> words) {
+    int64_t needed = static_cast<int64_t>(words.size()) * 4;
+    if (buffer.size - (buffer.cursor - buffer.data) < needed) MakeRoomForWords(buffer, needed);
+    for (uint32_t word : words) {
+        StoreWord(buffer.cursor, word);
+        buffer.cursor += 4;
+    }
+}
 // The byte offset where the next word goes.
 inline int64_t CurrentOffset(const VMBuffer& buffer) { return buffer.cursor - buffer.data; }
 // Rewrites the word at a byte offset already written.
