@@ -186,21 +186,6 @@ int32_t CharacterCategory(uint32_t codePoint) {
     return utf8proc_category(static_cast<utf8proc_int32_t>(codePoint));
 }
 
-bool IsWhitespace(uint32_t codePoint) {
-    switch (codePoint) {
-        case 9:
-        case 10:
-        case 11:
-        case 12:
-        case 13:
-        case 32:
-        case 160:
-            return true;
-        default:
-            return false;
-    }
-}
-
 bool IsIdentifierStartBeyondAscii(uint32_t codePoint) {
     if (codePoint < 0x80) return IsIdentifierStart(codePoint);
     switch (CharacterCategory(codePoint)) {

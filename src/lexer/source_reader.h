@@ -82,7 +82,10 @@ inline void AppendCodePoint(StringBuilder& builder, uint32_t codePoint) {
 
 // utf8proc's general category numbering; code points beyond the tables are Cn (0).
 int32_t CharacterCategory(uint32_t codePoint);
-bool IsWhitespace(uint32_t codePoint);
+// Tab, line feed, vertical tab, form feed, carriage return, space and no-break space.
+inline bool IsWhitespace(uint32_t codePoint) {
+    return codePoint == ' ' || (codePoint >= 9 && codePoint <= 13) || codePoint == 160;
+}
 inline bool IsDecimalDigit(uint32_t codePoint) { return codePoint >= '0' && codePoint <= '9'; }
 inline bool IsAsciiLetter(uint32_t codePoint) { return (codePoint | 0x20u) - 'a' < 26u; }
 // ASCII letters are the only ASCII characters of the categories Lu, Ll, Lt, Lm, Lo and Nl, and
