@@ -111,7 +111,8 @@ void EmitRead(CodeGenContext& cx, const Node* node, const char* name, const Refe
 // push.i qualified; conv.i.v; call @@script_ref@@ 1
 void CompileIdentifier(CodeGenContext& cx, Node* node, int32_t* kind, bool wantObject) {
     const char* name = IdentifierName(node);
-    if (std::strcmp(name, "other") == 0 || std::strcmp(name, "this") == 0) {
+    // The first letter first: nearly every identifier is neither.
+    if ((name[0] == 'o' && std::strcmp(name, "other") == 0) || (name[0] == 't' && std::strcmp(name, "this") == 0)) {
         *kind = VarMember;
         EmitCall(cx, name[0] == 'o' ? "@@Other@@" : "@@This@@", 0);
         if (wantObject) {

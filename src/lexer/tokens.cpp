@@ -85,7 +85,9 @@ int32_t LookupKeyword(const char* text) {
     if (text[0] < 'a' || text[0] > 'z') return LEX_ID;
     const KeywordRun& run = RunsByFirstLetter()[text[0] - 'a'];
     for (uint8_t i = run.begin; i < run.end; i++) {
-        if (std::strcmp(text + 1, KeywordTable[i].text + 1) == 0) return KeywordTable[i].kind;
+        // The second letter first: most identifiers part from the keywords there.
+        const char* keyword = KeywordTable[i].text;
+        if (text[1] == keyword[1] && std::strcmp(text + 1, keyword + 1) == 0) return KeywordTable[i].kind;
     }
     return LEX_ID;
 }
