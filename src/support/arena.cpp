@@ -16,7 +16,6 @@ namespace {
 constexpr size_t kAlignment = alignof(std::max_align_t);
 static_assert(kArenaLargestCarvedBlock <= kArenaLargestBlock, "a carved block fits the largest block");
 
-
 #if defined(__linux__)
 constexpr size_t kPageBytes = 4096;
 
@@ -79,7 +78,8 @@ uint8_t* Carve(Arena& arena, size_t size, size_t largestCarved = kArenaLargeRequ
     }
     if (size > largestCarved) {
 #if defined(__linux__)
-        // A script's source of megabytes: mapped, so that it is faulted in 2 MiB at a time.
+        // A block of its own of megabytes (a script's source copy): mapped, so that it is faulted
+        // in 2 MiB at a time.
         if (size >= kArenaLargestBlock) {
             if (uint8_t* own = MapAligned(RoundToPage(size))) return own;
         }
@@ -218,7 +218,7 @@ uint8_t* GrowBlock(uint8_t* data, size_t size, size_t used, size_t newSize, bool
     if (newSize >= kMappedBlockMin) {
         if (uint8_t* grown = MapAligned(RoundToPage(newSize))) {
             if (!mapped) {
-                std::memcpy(grown, data, used);
+                if (used > 0) std::memcpy(grown, data, used);
                 std::free(data);
                 mapped = true;
                 return grown;
