@@ -106,19 +106,6 @@ bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string) {
     return true;
 }
 
-RefString* RetainRefString(RefString* string) {
-    if (string) string->refs++;
-    return string;
-}
-
-void ReleaseRefString(RefString* string) {
-    if (!string) return;
-    if (string->refs-- == 1) {
-        if (!(string->flags & kRefStringInArena)) std::free(string->text);
-        string->text = nullptr;
-    }
-}
-
 RefString** NewRefHandle(RefString* string) {
     RefString** handle = static_cast<RefString**>(CheckedMalloc(sizeof(RefString*)));
     *handle = string;

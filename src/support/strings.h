@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 
 #include "support/arena.h"
 
@@ -41,8 +42,19 @@ RefString* NewArenaPaddedRefString(Arena& records, Arena& texts, const char* tex
 // are the last things the two arenas handed out: gives both back and returns true (the record is
 // then gone; drop the pointer without releasing it). Otherwise returns false and changes nothing.
 bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string);
-RefString* RetainRefString(RefString* string);
-void ReleaseRefString(RefString* string);
+// Every node raises its text's count, so these two are inline.
+inline RefString* RetainRefString(RefString* string) {
+    if (string) string->refs++;
+    return string;
+}
+// The last release frees a heap text (an arena text stays) and clears `text`; the record stays.
+inline void ReleaseRefString(RefString* string) {
+    if (!string) return;
+    if (string->refs-- == 1) {
+        if (!(string->flags & kRefStringInArena)) std::free(string->text);
+        string->text = nullptr;
+    }
+}
 
 // A one-pointer heap cell that holds a RefString; positions and the lexer hold these.
 RefString** NewRefHandle(RefString* string);
