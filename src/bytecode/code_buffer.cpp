@@ -56,9 +56,8 @@ uint32_t ReadWord(const VMBuffer& buffer, int64_t offset) { return LoadWord(buff
 
 void FinishBuffer(VMBuffer& buffer) {
     int64_t written = buffer.cursor - buffer.data;
-    if (!buffer.dataInArena) {
-        TrimBlock(buffer.data, static_cast<size_t>(buffer.size), static_cast<size_t>(written), buffer.dataMapped);
-    }
+    // Only a mapped block gives pages back, and a mapped block is never copied to an arena.
+    TrimBlock(buffer.data, static_cast<size_t>(buffer.size), static_cast<size_t>(written), buffer.dataMapped);
     buffer.size = written;
 }
 

@@ -10,10 +10,10 @@
 #endif
 
 #include "support/fault_injection.h"
+#include "support/strings.h"
 
 namespace {
 
-constexpr size_t kAlignment = alignof(std::max_align_t);
 static_assert(kArenaLargestCarvedBlock <= kArenaLargestBlock, "a carved block fits the largest block");
 
 #if defined(__linux__)
@@ -108,7 +108,7 @@ struct ScratchBlock {
 
 namespace {
 
-constexpr size_t kScratchHeader = (sizeof(ScratchBlock) + kAlignment - 1) & ~(kAlignment - 1);
+constexpr size_t kScratchHeader = ArenaRecordSize(sizeof(ScratchBlock));
 
 uint8_t* ScratchData(ScratchBlock* block) { return reinterpret_cast<uint8_t*>(block) + kScratchHeader; }
 
@@ -213,9 +213,9 @@ void FreeTable(void* table, size_t bytes) {
 }
 
 uint8_t* GrowBlock(uint8_t* data, size_t size, size_t used, size_t newSize, bool& mapped) {
-    if (AllocationShouldFail()) throw std::bad_alloc();
 #if defined(__linux__)
     if (newSize >= kMappedBlockMin) {
+        if (AllocationShouldFail()) throw std::bad_alloc();
         if (uint8_t* grown = MapAligned(RoundToPage(newSize))) {
             if (!mapped) {
                 if (used > 0) std::memcpy(grown, data, used);
@@ -236,9 +236,7 @@ uint8_t* GrowBlock(uint8_t* data, size_t size, size_t used, size_t newSize, bool
     (void)used;
     (void)mapped;
 #endif
-    void* grown = std::realloc(data, newSize);
-    if (!grown) throw std::bad_alloc();
-    return static_cast<uint8_t*>(grown);
+    return static_cast<uint8_t*>(CheckedRealloc(data, newSize));
 }
 
 void TrimBlock(uint8_t* data, size_t size, size_t used, bool mapped) {

@@ -81,20 +81,27 @@ RefString* InitArenaRefString(void* record, char* text) {
     return string;
 }
 
+namespace {
+
+// The record in `records` of an arena string whose text is already in the text arena.
+RefString* ArenaRecordFor(Arena& records, char* text) {
+    return InitArenaRefString(ArenaAllocate(records, sizeof(RefString)), text);
+}
+
+}  // namespace
+
 RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text) {
     if (!text) text = "";
     return NewArenaRefString(records, texts, text, std::strlen(text));
 }
 
 RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text, size_t length) {
-    char* copy = ArenaCopyText(texts, text, length);
-    return InitArenaRefString(ArenaAllocate(records, sizeof(RefString)), copy);
+    return ArenaRecordFor(records, ArenaCopyText(texts, text, length));
 }
 
 RefString* NewArenaPaddedRefString(Arena& records, Arena& texts, const char* text, uint32_t padding) {
     if (!text) text = "";
-    char* copy = ArenaCopyLongText(texts, text, std::strlen(text), static_cast<size_t>(padding) + 1);
-    return InitArenaRefString(ArenaAllocate(records, sizeof(RefString)), copy);
+    return ArenaRecordFor(records, ArenaCopyLongText(texts, text, std::strlen(text), static_cast<size_t>(padding) + 1));
 }
 
 bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string) {
