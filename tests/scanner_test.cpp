@@ -1,9 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <map>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "helpers/lexer_support.h"
+#include "helpers/tree_text.h"
 #include "lexer/scanner.h"
 #include "support/diagnostics.h"
 #include "support/strings.h"
@@ -80,6 +84,76 @@ TEST(Scanner, ATokenSomeoneHoldsKeepsItsRecordAndTextWhenTheScannerGoesOn) {
     EXPECT_EQ(beta->refs, 1u);
     EXPECT_NE(*lexer->tokenText, alpha);
     EXPECT_NE(*lexer->tokenText, beta);
+}
+
+TEST(Scanner, ATextSomeoneTookIsSharedWithEveryLaterTokenOfTheSameText) {
+    Arena records{};
+    Arena texts{};
+    Lexer* lexer = LexerWithArenas("alpha + beta + alpha + alpha", records, texts);
+    // The test holds the first identifier's text and the first '+', as a node would.
+    RefString* alpha = RetainRefString(*lexer->tokenText);
+    ScanToken(lexer);
+    RefString* plus = RetainRefString(*lexer->tokenText);
+    ScanToken(lexer);
+    EXPECT_EQ(TokenText(lexer), "beta");
+    EXPECT_NE(*lexer->tokenText, alpha);
+    ScanToken(lexer);
+    EXPECT_EQ(*lexer->tokenText, plus);
+    ScanToken(lexer);
+    EXPECT_EQ(lexer->tokenKind, LEX_ID);
+    EXPECT_EQ(*lexer->tokenText, alpha);
+    // The test's reference and the lexer's.
+    EXPECT_EQ(alpha->refs, 2u);
+    ScanToken(lexer);
+    ScanToken(lexer);
+    EXPECT_EQ(*lexer->tokenText, alpha);
+    EXPECT_STREQ(alpha->text, "alpha");
+    EXPECT_STREQ(plus->text, "+");
+    ScanToken(lexer);
+    EXPECT_EQ(lexer->tokenKind, LEX_EOF);
+    EXPECT_EQ(alpha->refs, 1u);
+    EndLexing(lexer);
+}
+
+TEST(Scanner, ATextNoOneTookOrLongerThanTheSharedLimitIsNotShared) {
+    Arena records{};
+    Arena texts{};
+    std::string longName(kSharedTextMax + 1, 'n');
+    std::string source = "gamma gamma " + longName + " " + longName;
+    Lexer* lexer = LexerWithArenas(source.c_str(), records, texts);
+    // No one holds the first "gamma": the second has a record of its own, in the same place.
+    RefString* first = *lexer->tokenText;
+    ScanToken(lexer);
+    EXPECT_EQ(TokenText(lexer), "gamma");
+    EXPECT_EQ(*lexer->tokenText, first);
+    EXPECT_EQ(first->refs, 1u);
+    ScanToken(lexer);
+    RefString* held = RetainRefString(*lexer->tokenText);
+    ScanToken(lexer);
+    EXPECT_EQ(TokenText(lexer), longName);
+    EXPECT_NE(*lexer->tokenText, held);
+    EXPECT_EQ(held->refs, 1u);
+    EndLexing(lexer);
+}
+
+TEST(Scanner, NodesOfTheSameTextShareOneRecordInTheTree) {
+    ParseResult result = ParseSource("alpha = alpha + alpha; beta = 'alpha' + 'alpha' + beta;");
+    ASSERT_NE(result.parser, nullptr) << result.error;
+    EXPECT_EQ(result.tree, "=(alpha,+(alpha,alpha)) =(beta,+(+('alpha','alpha'),beta))");
+    // Every node spelled "alpha" of one kind holds one record, whichever statement it is in.
+    std::map<std::pair<uint32_t, std::string>, std::set<const RefString*>> records;
+    std::vector<const Node*> pending{&result.parser->root};
+    while (!pending.empty()) {
+        const Node* node = pending.back();
+        pending.pop_back();
+        records[{node->kind, node->text->text}].insert(node->text);
+        for (const Node* child = node->first; child; child = child->next) pending.push_back(child);
+    }
+    EXPECT_EQ(records[std::make_pair(uint32_t{LEX_ID}, std::string("alpha"))].size(), 1u);
+    EXPECT_EQ(records[std::make_pair(uint32_t{LEX_ID}, std::string("beta"))].size(), 1u);
+    EXPECT_EQ(records[std::make_pair(uint32_t{LEX_STR}, std::string("alpha"))].size(), 1u);
+    EXPECT_EQ(records[std::make_pair(uint32_t{'+'}, std::string("+"))].size(), 1u);
+    EXPECT_EQ(records[std::make_pair(uint32_t{'='}, std::string("="))].size(), 1u);
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -94,6 +94,74 @@ TEST(RefString, AStringSomeoneElseHoldsOrThatIsNotLastOrNotInAnArenaIsNotTakenBa
     EXPECT_FALSE(TakeBackArenaRefString(records, texts, nullptr));
 }
 
+TEST(SharedTexts, ATextIsFoundOnlyUnderItsHashWithItsLengthAndItsBytes) {
+    Arena records{};
+    Arena texts{};
+    SharedTexts table{};
+    EXPECT_EQ(FindSharedText(table, "ab", 2, 7), nullptr);
+    RefString* ab = NewArenaRefString(records, texts, "ab");
+    AddSharedText(table, ab, 2, 7);
+    EXPECT_EQ(FindSharedText(table, "ab", 2, 7), ab);
+    // The same bytes under another hash, a longer or shorter text under the same hash, and
+    // other bytes of the same length are other texts.
+    EXPECT_EQ(FindSharedText(table, "ab", 2, 8), nullptr);
+    EXPECT_EQ(FindSharedText(table, "abc", 3, 7), nullptr);
+    EXPECT_EQ(FindSharedText(table, "a", 1, 7), nullptr);
+    EXPECT_EQ(FindSharedText(table, "ac", 2, 7), nullptr);
+    // Two texts under one hash are both found, each as itself.
+    RefString* ac = NewArenaRefString(records, texts, "ac");
+    AddSharedText(table, ac, 2, 7);
+    EXPECT_EQ(FindSharedText(table, "ab", 2, 7), ab);
+    EXPECT_EQ(FindSharedText(table, "ac", 2, 7), ac);
+    // The table holds no reference of its own.
+    EXPECT_EQ(ab->refs, 1u);
+    FreeSharedTexts(table);
+    EXPECT_EQ(table.slots, nullptr);
+    EXPECT_EQ(table.count, 0u);
+    EXPECT_STREQ(ab->text, "ab");
+}
+
+TEST(SharedTexts, ARecordReleasedToZeroIsNeverHandedOutAgain) {
+    Arena records{};
+    Arena texts{};
+    SharedTexts table{};
+    RefString* gone = NewArenaRefString(records, texts, "gone");
+    AddSharedText(table, gone, 4, TextHash("gone", 4));
+    ReleaseRefString(gone);
+    EXPECT_EQ(FindSharedText(table, "gone", 4, TextHash("gone", 4)), nullptr);
+    // A new record of the same text takes its place for later lookups.
+    RefString* again = NewArenaRefString(records, texts, "gone");
+    AddSharedText(table, again, 4, TextHash("gone", 4));
+    EXPECT_EQ(FindSharedText(table, "gone", 4, TextHash("gone", 4)), again);
+    FreeSharedTexts(table);
+}
+
+TEST(SharedTexts, EveryTextStaysFoundAsTheTableGrows) {
+    Arena records{};
+    Arena texts{};
+    SharedTexts table{};
+    std::vector<std::string> spelled;
+    std::vector<uint32_t> hashes;
+    std::vector<RefString*> strings;
+    for (int i = 0; i < 20000; i++) {
+        spelled.push_back("t" + std::to_string(i));
+        const std::string& text = spelled.back();
+        // Each odd text takes the hash of the text before it, so the texts also meet in chains.
+        hashes.push_back(i % 2 == 0 ? TextHash(text.c_str(), text.size()) : hashes.back());
+        strings.push_back(NewArenaRefString(records, texts, text.c_str()));
+        AddSharedText(table, strings.back(), text.size(), hashes.back());
+    }
+    EXPECT_EQ(table.count, 20000u);
+    // At most half the slots are in use.
+    EXPECT_GE(table.mask + 1, 40000u);
+    for (size_t i = 0; i < spelled.size(); i++) {
+        const std::string& text = spelled[i];
+        ASSERT_EQ(FindSharedText(table, text.c_str(), text.size(), hashes[i]), strings[i]) << text;
+    }
+    EXPECT_EQ(FindSharedText(table, "t20000", 6, TextHash("t20000", 6)), nullptr);
+    FreeSharedTexts(table);
+}
+
 TEST(RefString, ArenaPaddedCopyEndsInZeroBytesAndKeepsItsTextInTheArena) {
     Arena records{};
     Arena texts{};

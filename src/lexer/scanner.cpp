@@ -1,5 +1,6 @@
 #include "lexer/scanner.h"
 
+#include <cstring>
 
 #include "lexer/tokens.h"
 #include "support/diagnostics.h"
@@ -21,11 +22,40 @@ void Take(Lexer* lexer, StringBuilder& text) {
     Step(lexer);
 }
 
+// The key of a token's text among the shared texts. Only identifiers, numbers and strings spell
+// their kind in more than one way; any other kind stands for its one text (an operator, a keyword),
+// so the kind itself is the key and the text need not be hashed. The texts are compared either way.
+uint32_t SharedTextHash(int32_t kind, const char* text, size_t length) {
+    if (kind == LEX_ID || kind == LEX_STR || kind == LEX_INT || kind == LEX_FLOAT) return TextHash(text, length);
+    return static_cast<uint32_t>(kind) * 0x9E3779B1u;
+}
+
 void StoreToken(Lexer* lexer, int32_t kind, const char* text) {
+    RefString* previous = *lexer->tokenText;
+    bool previousMade = previous && previous == lexer->madeText;
+    lexer->madeText = nullptr;
+    // A text that a node took is shared with every later token that spells the same: an
+    // identifier used a thousand times is one record and one text.
+    if (previousMade && previous->refs > 1 && lexer->madeLength <= kSharedTextMax) {
+        AddSharedText(lexer->sharedTexts, previous, lexer->madeLength, lexer->madeHash);
+    }
     // A token that no node took (a ')', a ';' ...) leaves its record and text at the arenas' ends:
-    // the new token's take their place, so such tokens cost the tree nothing.
-    if (TakeBackArenaRefString(*lexer->nodes, *lexer->texts, *lexer->tokenText)) *lexer->tokenText = nullptr;
-    RefString* stored = NewArenaRefString(*lexer->nodes, *lexer->texts, text);
+    // the new token's take their place, so such tokens cost the tree nothing. (A shared record is
+    // never taken back: its first holder came after it in the arena.)
+    if (previousMade && TakeBackArenaRefString(*lexer->nodes, *lexer->texts, previous)) *lexer->tokenText = nullptr;
+    if (!text) text = "";
+    size_t length = std::strlen(text);
+    bool shareable = length <= kSharedTextMax;
+    uint32_t hash = shareable ? SharedTextHash(kind, text, length) : 0;
+    RefString* stored = shareable ? FindSharedText(lexer->sharedTexts, text, length, hash) : nullptr;
+    if (stored) {
+        RetainRefString(stored);
+    } else {
+        stored = NewArenaRefString(*lexer->nodes, *lexer->texts, text, length);
+        lexer->madeText = stored;
+        lexer->madeHash = hash;
+        lexer->madeLength = static_cast<uint32_t>(shareable ? length : kSharedTextMax + 1);
+    }
     lexer->tokenKind = kind;
     ReleaseRefString(*lexer->tokenText);
     *lexer->tokenText = stored;

@@ -103,7 +103,11 @@ Lexer* MakeLexer(RefString* source, RefString* fileName, Arena& nodes, Arena& te
 
 Lexer* MakeLexer(RefString* source, RefString* fileName) { return NewLexer(source, fileName, nullptr, nullptr); }
 
-void EndLexing(Lexer* lexer) { FreeStringBuilder(lexer->scratch); }
+void EndLexing(Lexer* lexer) {
+    FreeStringBuilder(lexer->scratch);
+    FreeSharedTexts(lexer->sharedTexts);
+    lexer->madeText = nullptr;
+}
 
 void AdvanceAnyCharacter(Lexer* lexer) {
     lexer->position.offset++;

@@ -27,6 +27,14 @@ struct Lexer {
     StringBuilder scratch;          // where a token's text is collected; freed when parsing ends
     Arena ownNodes;                 // the arenas of a lexer that was given none
     Arena ownTexts;
+    // Texts of this parse's tokens that nodes took, for later tokens to share; freed when parsing
+    // ends. `madeText` is the current token's record when the scanner made it (it is not shared
+    // yet), with its text's hash and length (kSharedTextMax + 1 for any longer text, which is
+    // never shared); null otherwise.
+    SharedTexts sharedTexts;
+    RefString* madeText;
+    uint32_t madeHash;
+    uint32_t madeLength;
 };
 
 // Makes the lexer over a source copy that is padded with zero bytes, primes the two
@@ -35,7 +43,8 @@ struct Lexer {
 Lexer* MakeLexer(RefString* source, RefString* fileName, Arena& nodes, Arena& texts);
 // The same with arenas of the lexer's own.
 Lexer* MakeLexer(RefString* source, RefString* fileName);
-// Frees what only scanning needs (the token text builder); the lexer itself stays with the tree.
+// Frees what only scanning needs (the token text builder, the shared texts' table); the lexer
+// itself stays with the tree.
 void EndLexing(Lexer* lexer);
 // Zero bytes kept after the source copy, so decoding may read past the end safely.
 constexpr uint32_t kSourcePadding = 8;

@@ -123,33 +123,6 @@ void SaveNameTail(StateMark& mark) {
 
 }  // namespace
 
-// Eight bytes at a time, each word mixed in by a multiply, then a final mix, so that nearby texts
-// spread over the whole table; folded to 32 bits (the indexes never have more slots than that).
-// Only the two indexes read it: no result depends on its values.
-uint32_t TextHash(const char* text, size_t length) {
-    constexpr uint64_t kMultiplier = 0x9E3779B97F4A7C15ull;
-    uint64_t hash = 0xCBF29CE484222325ull ^ length;
-    const char* at = text;
-    for (; length >= 8; at += 8, length -= 8) {
-        uint64_t word;
-        std::memcpy(&word, at, 8);
-        hash = (hash ^ word) * kMultiplier;
-        hash ^= hash >> 32;
-    }
-    if (length > 0) {
-        uint64_t word = 0;
-        std::memcpy(&word, at, length);
-        hash = (hash ^ word) * kMultiplier;
-        hash ^= hash >> 32;
-    }
-    hash ^= hash >> 33;
-    hash *= 0xFF51AFD7ED558CCDull;
-    hash ^= hash >> 33;
-    return static_cast<uint32_t>(hash ^ (hash >> 32));
-}
-
-uint32_t TextHash(const char* text) { return TextHash(text, std::strlen(text)); }
-
 HashedText HashText(const char* text, size_t length) { return {text, TextHash(text, length)}; }
 
 int32_t FindName(const char* text) { return FindName(HashedText{text, TextHash(text)}); }

@@ -144,11 +144,6 @@ void AddBuiltInFunction(const char* name);
 // ---------------------------------------------------------------------------------------------
 // The name table.
 
-// The hash the name index and the function-record index key texts by; `length` is the text's
-// strlen. Read a word at a time: qualified names run to thousands of characters.
-uint32_t TextHash(const char* text, size_t length);
-uint32_t TextHash(const char* text);
-
 // A text with its TextHash, for callers that look the same text up in more than one index.
 struct HashedText {
     const char* text;

@@ -113,6 +113,93 @@ bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string) {
     return true;
 }
 
+namespace {
+
+uint64_t LoadWord(const char* at) {
+    uint64_t word;
+    std::memcpy(&word, at, 8);
+    return word;
+}
+
+uint64_t LoadHalfWord(const char* at) {
+    uint32_t half;
+    std::memcpy(&half, at, 4);
+    return half;
+}
+
+}  // namespace
+
+// Eight bytes at a time, each word mixed in by a multiply, then a final mix, so that nearby texts
+// spread over the whole table; folded to 32 bits (no index has more slots than that). The bytes
+// after the last whole word are read as the text's last eight (or, in a text shorter than a
+// word, as overlapping halves or three single bytes), so no read goes past the text and none
+// copies byte by byte: every token's text is hashed. The length is mixed in first, so texts that
+// read alike at different lengths still differ.
+uint32_t TextHash(const char* text, size_t length) {
+    constexpr uint64_t kMultiplier = 0x9E3779B97F4A7C15ull;
+    uint64_t hash = 0xCBF29CE484222325ull ^ length;
+    size_t whole = length & ~size_t{7};
+    for (size_t at = 0; at < whole; at += 8) {
+        hash = (hash ^ LoadWord(text + at)) * kMultiplier;
+        hash ^= hash >> 32;
+    }
+    if (length > whole) {
+        uint64_t word;
+        if (length >= 8) {
+            word = LoadWord(text + length - 8);
+        } else if (length >= 4) {
+            word = LoadHalfWord(text) | LoadHalfWord(text + length - 4) << 32;
+        } else {
+            auto byte = [text](size_t at) { return static_cast<uint64_t>(static_cast<unsigned char>(text[at])); };
+            word = byte(0) | byte(length / 2) << 8 | byte(length - 1) << 16;
+        }
+        hash = (hash ^ word) * kMultiplier;
+        hash ^= hash >> 32;
+    }
+    hash ^= hash >> 33;
+    hash *= 0xFF51AFD7ED558CCDull;
+    hash ^= hash >> 33;
+    return static_cast<uint32_t>(hash ^ (hash >> 32));
+}
+
+uint32_t TextHash(const char* text) { return TextHash(text, std::strlen(text)); }
+
+namespace {
+
+constexpr uint32_t kFirstSharedSlots = 256;
+
+void PlaceSharedText(SharedTextSlot* slots, uint32_t mask, const SharedTextSlot& entry) {
+    uint32_t at = entry.hash & mask;
+    while (slots[at].string) at = (at + 1) & mask;
+    slots[at] = entry;
+}
+
+}  // namespace
+
+void AddSharedText(SharedTexts& table, RefString* string, size_t length, uint32_t hash) {
+    // At most half the slots are used, so every probe ends at an empty slot soon.
+    if (!table.slots || (table.count + 1) * 2 > table.mask + 1) {
+        uint32_t slotCount = table.slots ? (table.mask + 1) * 2 : kFirstSharedSlots;
+        if (slotCount == 0) throw std::bad_alloc();
+        auto* slots = static_cast<SharedTextSlot*>(CheckedCalloc(slotCount, sizeof(SharedTextSlot)));
+        if (table.slots) {
+            for (uint32_t at = 0; at <= table.mask; at++) {
+                if (table.slots[at].string) PlaceSharedText(slots, slotCount - 1, table.slots[at]);
+            }
+            std::free(table.slots);
+        }
+        table.slots = slots;
+        table.mask = slotCount - 1;
+    }
+    PlaceSharedText(table.slots, table.mask, SharedTextSlot{string, hash, static_cast<uint32_t>(length)});
+    table.count++;
+}
+
+void FreeSharedTexts(SharedTexts& table) {
+    std::free(table.slots);
+    table = SharedTexts{};
+}
+
 RefString** NewRefHandle(RefString* string) {
     RefString** handle = static_cast<RefString**>(CheckedMalloc(sizeof(RefString*)));
     *handle = string;

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include "support/arena.h"
 
@@ -55,6 +56,52 @@ inline void ReleaseRefString(RefString* string) {
         string->text = nullptr;
     }
 }
+
+// The hash texts are indexed by (the name index, the function-record index, a parse's shared
+// texts); `length` is the text's strlen. Read a word at a time: qualified names run to thousands
+// of characters. No result depends on its values.
+uint32_t TextHash(const char* text, size_t length);
+uint32_t TextHash(const char* text);
+
+// The token texts of one parse that some node took, found by content, so that a later token with
+// the same text shares that record instead of copying it (an identifier used a thousand times is
+// one record and one text). The table holds no reference: a record released to zero (its text
+// cleared) is never handed out again. Nothing observable depends on which record a node holds,
+// only on its text.
+struct SharedTextSlot {
+    RefString* string;   // null: empty
+    uint32_t hash;       // TextHash of the text
+    uint32_t length;     // strlen of the text
+};
+
+struct SharedTexts {
+    SharedTextSlot* slots;
+    uint32_t mask;       // slot count - 1; no slots until the first text is added
+    uint32_t count;
+};
+
+// Texts longer than this are never shared: they seldom repeat, and each would be read twice.
+constexpr size_t kSharedTextMax = 64;
+
+// The live record whose text is `text` (`length` bytes, its strlen) under `hash`, or null. Asked
+// for every token, so inline.
+inline RefString* FindSharedText(const SharedTexts& table, const char* text, size_t length, uint32_t hash) {
+    if (!table.slots) return nullptr;
+    for (uint32_t at = hash & table.mask; table.slots[at].string; at = (at + 1) & table.mask) {
+        const SharedTextSlot& slot = table.slots[at];
+        // A released record's text is null; its slot stays, as a text no token can match.
+        if (slot.hash == hash && slot.length == length && slot.string->text &&
+            std::memcmp(slot.string->text, text, length) == 0) {
+            return slot.string;
+        }
+    }
+    return nullptr;
+}
+// Adds `string` (a text of `length` bytes, the table has no record of that text) under `hash`.
+// Throws std::bad_alloc with the table unchanged when it cannot grow.
+void AddSharedText(SharedTexts& table, RefString* string, size_t length, uint32_t hash);
+// Frees the slots; the records stay with their holders.
+void FreeSharedTexts(SharedTexts& table);
 
 // A one-pointer heap cell that holds a RefString; positions and the lexer hold these.
 RefString** NewRefHandle(RefString* string);
