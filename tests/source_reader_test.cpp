@@ -473,6 +473,75 @@ TEST(SourceReader, TheInlineAdvanceAgreesWithTheFullOneOnEveryCharacter) {
     }
 }
 
+// An identifier's ASCII run taken at once leaves the reader and the text as taking its characters
+// one by one does: random texts of identifier characters among escapes, line breaks of all three
+// kinds, multi-byte characters, lone bytes and other characters, entered at every character, up to
+// and past the end.
+TEST(SourceReader, TheIdentifierRunAgreesWithTakingEachCharacter) {
+    const std::vector<std::string> pieces = {"a", "Zq", "9", "_$", "abc", "x1y2z3", "longer_name", " ", "\n",
+                                             "\r", "\r\n", "\\", "\\u0041", "\\u00e9", "\xC3\xA9",
+                                             "\xE2\x82\xAC", "\x80", "\xFF", "+", "."};
+    uint64_t seed = 7;
+    int taken = 0;
+    for (int round = 0; round < 200; round++) {
+        std::string source;
+        for (int i = 0; i < 40; i++) {
+            seed = seed * 6364136223846793005ull + 1442695040888963407ull;
+            source += pieces[(seed >> 33) % pieces.size()];
+        }
+        // Entered at every character: copies of one reader (they share its source, and change
+        // only their own reading state).
+        Lexer* reader = NewTestLexer(";" + source);
+        for (size_t start = 0; start <= source.size(); start++) {
+            Lexer run = *reader;
+            Lexer each = *reader;
+            StringBuilder runText{};
+            StringBuilder eachText{};
+            AppendText(runText, "k");
+            AppendText(eachText, "k");
+            TakeAsciiIdentifierRun(&run, runText);
+            if (runText.length > 1) taken++;
+            while (IsIdentifierPart(run.current)) {
+                AppendCodePoint(runText, run.current);
+                Advance(&run);
+                ResolveEscape(&run);
+            }
+            while (IsIdentifierPart(each.current)) {
+                AppendCodePoint(eachText, each.current);
+                Advance(&each);
+                ResolveEscape(&each);
+            }
+            ASSERT_TRUE(SameReaderState(run, each)) << "round " << round << " start " << start;
+            ASSERT_EQ(std::string(runText.text, runText.length), std::string(eachText.text, eachText.length))
+                << "round " << round << " start " << start;
+            ASSERT_EQ(std::strlen(runText.text), runText.length);
+            FreeStringBuilder(runText);
+            FreeStringBuilder(eachText);
+            Advance(reader);
+            ResolveEscape(reader);
+        }
+        EndLexing(reader);
+    }
+    // The run was taken at once often enough for the comparison to mean something.
+    EXPECT_GT(taken, 1000);
+    // Every ASCII byte inside a run: the run takes it exactly when it is an identifier character.
+    for (int byte = 1; byte < 0x80; byte++) {
+        Lexer* reader = NewTestLexer(std::string(";abc") + static_cast<char>(byte) + "def");
+        StringBuilder text{};
+        TakeAsciiIdentifierRun(reader, text);
+        while (IsIdentifierPart(reader->current)) {
+            AppendCodePoint(text, reader->current);
+            Advance(reader);
+            ResolveEscape(reader);
+        }
+        bool part = IsIdentifierPart(static_cast<uint32_t>(byte));
+        EXPECT_EQ(std::string(text.text, text.length), part ? "abc" + std::string(1, static_cast<char>(byte)) + "def" : "abc")
+            << byte;
+        FreeStringBuilder(text);
+        EndLexing(reader);
+    }
+}
+
 // AppendCodePoint's inline case (ASCII with room to spare) leaves the builder as the routine for
 // every code point does, growth included.
 TEST(SourceReader, TheInlineAppendAgreesWithTheFullOneAtEveryLength) {

@@ -105,6 +105,7 @@ bool SkipWhitespaceAndComments(Lexer* lexer) {
 
 // Identifier -> IdentifierStart IdentifierPart*, then a keyword if the table has the text.
 int32_t ScanIdentifier(Lexer* lexer, StringBuilder& text) {
+    TakeAsciiIdentifierRun(lexer, text);
     while (IsIdentifierPart(lexer->current)) Take(lexer, text);
     return LookupKeyword(text.text);
 }

@@ -1,5 +1,6 @@
 #include "lexer/source_reader.h"
 
+#include <array>
 #include <cstring>
 
 #include <utf8proc.h>
@@ -107,6 +108,52 @@ void EndLexing(Lexer* lexer) {
     FreeStringBuilder(lexer->scratch);
     FreeSharedTexts(lexer->sharedTexts);
     lexer->madeText = nullptr;
+}
+
+namespace {
+
+// IsIdentifierPart of every ASCII byte, false for every other byte.
+constexpr std::array<bool, 256> IdentifierBytes() {
+    std::array<bool, 256> bytes{};
+    for (uint32_t c = 0; c < 0x80; c++) {
+        bytes[c] = IsAsciiLetter(c) || IsDecimalDigit(c) || c == '_' || c == '$';
+    }
+    return bytes;
+}
+constexpr std::array<bool, 256> kIdentifierByte = IdentifierBytes();
+
+}  // namespace
+
+void TakeAsciiIdentifierRun(Lexer* lexer, StringBuilder& text) {
+    uint32_t first = lexer->current;
+    const uint8_t* run = lexer->nextStart;
+    // The look-ahead must be the plain byte it was read from (not the end of an escape) and the
+    // current character an ASCII identifier character.
+    if (first >= 0x80 || !IsIdentifierPart(first) || run >= lexer->end || lexer->next != *run ||
+        lexer->readPtr != run + 1) {
+        return;
+    }
+    const uint8_t* end = run;
+    while (end < lexer->end && kIdentifierByte[*end]) end++;
+    // Each step makes the next run byte current and reads the byte after it, which Advance's inline
+    // case does only while that byte is ASCII and before the end: so the steps go up to the run's
+    // last byte only when the byte after the run is such a byte, else one short of it.
+    size_t steps = static_cast<size_t>(end - run);
+    if (!(end < lexer->end && *end < 0x80)) steps--;
+    if (steps < 2) return;
+    // Appended: the current character, then the run bytes that become current and are left again.
+    ReserveText(text, static_cast<uint32_t>(steps));
+    text.text[text.length] = static_cast<char>(first);
+    std::memcpy(text.text + text.length + 1, run, steps - 1);
+    text.length += static_cast<uint32_t>(steps);
+    text.text[text.length] = '\0';
+    lexer->position.offset += static_cast<int32_t>(steps);
+    lexer->position.column += static_cast<int32_t>(steps);
+    lexer->currentStart = run + steps - 1;
+    lexer->current = run[steps - 1];
+    lexer->nextStart = run + steps;
+    lexer->next = run[steps];
+    lexer->readPtr = run + steps + 1;
 }
 
 void AdvanceAnyCharacter(Lexer* lexer) {

@@ -89,14 +89,22 @@ inline void AppendCodePoint(StringBuilder& builder, uint32_t codePoint) {
     AppendAnyCodePoint(builder, codePoint);
 }
 
+// An identifier's ASCII run at once: when the current character is an ASCII identifier character,
+// appends it and the ASCII identifier characters that follow it in the source, and advances over
+// them, exactly as appending the current character and advancing (with the escape check) once for
+// each would, and stops with at least the last of them still current, for the caller's
+// character-by-character loop to take. Stops wherever that loop could meet anything else: a
+// backslash, a line break, a byte beyond ASCII, the end of the source.
+void TakeAsciiIdentifierRun(Lexer* lexer, StringBuilder& text);
+
 // utf8proc's general category numbering; code points beyond the tables are Cn (0).
 int32_t CharacterCategory(uint32_t codePoint);
 // Tab, line feed, vertical tab, form feed, carriage return, space and no-break space.
 inline bool IsWhitespace(uint32_t codePoint) {
     return codePoint == ' ' || (codePoint >= 9 && codePoint <= 13) || codePoint == 160;
 }
-inline bool IsDecimalDigit(uint32_t codePoint) { return codePoint >= '0' && codePoint <= '9'; }
-inline bool IsAsciiLetter(uint32_t codePoint) { return (codePoint | 0x20u) - 'a' < 26u; }
+constexpr bool IsDecimalDigit(uint32_t codePoint) { return codePoint >= '0' && codePoint <= '9'; }
+constexpr bool IsAsciiLetter(uint32_t codePoint) { return (codePoint | 0x20u) - 'a' < 26u; }
 // ASCII letters are the only ASCII characters of the categories Lu, Ll, Lt, Lm, Lo and Nl, and
 // the digits the only ones of Nd; '_' is the only ASCII Pc. So ASCII needs no category lookup
 // (SourceReader.AsciiClassesAgreeWithTheCategoryLookup); beyond it, the category decides.
