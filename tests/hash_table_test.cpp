@@ -46,6 +46,36 @@ TEST(HashTable, InsertAppendsAtTheTailOfTheBucket) {
     EXPECT_EQ(table.buckets, nullptr);
 }
 
+TEST(HashTable, ATableGetsItsBucketsWithItsFirstEntry) {
+    HashTable table{};
+    InitHashTable(table, 16);
+    // Empty, it holds no memory and answers as an empty table.
+    EXPECT_EQ(table.buckets, nullptr);
+    EXPECT_EQ(table.mask, 15);
+    EXPECT_EQ(table.count, 0);
+    EXPECT_EQ(HashFindFirst(table, 3), nullptr);
+    ClearHashTable(table);
+    EXPECT_EQ(table.buckets, nullptr);
+
+    InitHashTable(table, 16);
+    int a = 1, b = 2;
+    HashEntry* first = HashInsertHashed(table, 19, &a);
+    ASSERT_NE(table.buckets, nullptr);
+    HashEntry* second = HashInsertHashed(table, 3, &b);
+    // Both in the bucket of their low bits, in the order inserted.
+    EXPECT_EQ(table.buckets[3].first, first);
+    EXPECT_EQ(table.buckets[3].last, second);
+    for (int32_t bucket = 0; bucket <= table.mask; bucket++) {
+        if (bucket != 3) {
+            EXPECT_EQ(table.buckets[bucket].first, nullptr) << bucket;
+        }
+    }
+    EXPECT_EQ(HashFindFirst(table, 3), second);
+    ClearHashTable(table);
+    EXPECT_EQ(table.buckets, nullptr);
+    EXPECT_EQ(table.count, 0);
+}
+
 TEST(HashTable, DuplicatesAreInsertedAgainAndFindReturnsTheFirst) {
     BuildCrc32Table();
     HashTable table{};

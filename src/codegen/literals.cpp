@@ -90,7 +90,7 @@ void CompileObjectLiteral(CodeGenContext& cx, Node* node) {
                 count += 2;
             }
         }
-        for (int32_t bucket = 0; bucket <= accessors.mask; bucket++) {
+        for (int32_t bucket = 0; accessors.buckets && bucket <= accessors.mask; bucket++) {
             for (HashEntry* entry = accessors.buckets[bucket].first; entry; entry = entry->next) {
                 AccessorRecord* record = static_cast<AccessorRecord*>(entry->value);
                 CompileAccessorFunction(cx, record->getter, "getfn");

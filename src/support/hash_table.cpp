@@ -1,6 +1,7 @@
 #include "support/hash_table.h"
 
 #include <cstdlib>
+#include <new>
 
 #include "support/strings.h"
 
@@ -74,7 +75,9 @@ void UpdateIndex(HashTable& table, HashEntry* entry) {
 }  // namespace
 
 void InitHashTable(HashTable& table, int32_t bucketCount) {
-    table.buckets = static_cast<HashBucket*>(CheckedCalloc(static_cast<size_t>(bucketCount), sizeof(HashBucket)));
+    // The buckets come with the first entry: most of a compile's tables (a scope's slots, its
+    // functions) never get one.
+    table.buckets = nullptr;
     table.mask = bucketCount - 1;
     table.count = 0;
     table.index = nullptr;
@@ -83,8 +86,15 @@ void InitHashTable(HashTable& table, int32_t bucketCount) {
 }
 
 HashEntry* HashInsertHashed(HashTable& table, uint32_t hash, void* value) {
-    HashBucket& bucket = table.buckets[hash & static_cast<uint32_t>(table.mask)];
     HashEntry* entry = static_cast<HashEntry*>(CheckedMalloc(sizeof(HashEntry)));
+    if (!table.buckets) {
+        table.buckets = static_cast<HashBucket*>(TryCalloc(static_cast<size_t>(table.mask) + 1, sizeof(HashBucket)));
+        if (!table.buckets) {
+            std::free(entry);
+            throw std::bad_alloc();
+        }
+    }
+    HashBucket& bucket = table.buckets[hash & static_cast<uint32_t>(table.mask)];
     entry->hash = hash;
     entry->value = value;
     entry->next = nullptr;

@@ -33,7 +33,8 @@ struct HashTable {
     uint32_t indexUsed;
 };
 
-// bucketCount must be a power of two.
+// bucketCount must be a power of two. Allocates nothing: the buckets come with the first entry
+// (`buckets` is null until then), so it never throws.
 void InitHashTable(HashTable& table, int32_t bucketCount);
 // Appends at the tail of the hash's bucket; no duplicate check. (HashInsert, which hashes a name
 // with NameHash, belongs to the process state.) Either throws with nothing changed or completes.
