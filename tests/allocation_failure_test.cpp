@@ -334,26 +334,32 @@ void SetUpAnEarlierCompile() {
 
 std::vector<uint32_t> realisticCode;
 
+// The realistic script's parse and compile ask for memory at least this often: a floor that shows
+// the scenario reached every stage. It counts the library's own requests, which are fewer since
+// tokens of the same text share one record and empty tables get no buckets (1,556 before, 1,244
+// after; 1,207 for the compile after an earlier one).
+constexpr int64_t kRealisticScriptRequests = 1100;
+
 }  // namespace
 
 TEST(AllocationFailure, EveryAllocationOfTheFirstParseAndCompileOfAProcess) {
     Scenario scenario;
     scenario.call = ParseAndCompileCall(kRealisticScript, 0);
-    EXPECT_GT(RunEveryFailure(scenario), 1500);
+    EXPECT_GT(RunEveryFailure(scenario), kRealisticScriptRequests);
 }
 
 TEST(AllocationFailure, EveryAllocationOfALaterTopLevelCompileThatReplacesFunctionRecords) {
     Scenario scenario;
     scenario.setUp = SetUpAnEarlierCompile;
     scenario.call = ParseAndCompileCall(kRealisticScript, 1);
-    EXPECT_GT(RunEveryFailure(scenario), 1500);
+    EXPECT_GT(RunEveryFailure(scenario), kRealisticScriptRequests);
 }
 
 TEST(AllocationFailure, FromEveryAllocationOnAllLaterOnesFailToo) {
     Scenario scenario;
     scenario.persistent = true;
     scenario.call = ParseAndCompileCall(kRealisticScript, 0);
-    EXPECT_GT(RunEveryFailure(scenario), 1500);
+    EXPECT_GT(RunEveryFailure(scenario), kRealisticScriptRequests);
 }
 
 TEST(AllocationFailure, EveryAllocationOfAParseThatEndsInASyntaxError) {
