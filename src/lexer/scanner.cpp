@@ -40,8 +40,8 @@ void StoreToken(Lexer* lexer, int32_t kind, const char* text) {
         AddSharedText(lexer->sharedTexts, previous, lexer->madeLength, lexer->madeHash);
     }
     // A token that no node took (a ')', a ';' ...) leaves its record and text at the arenas' ends:
-    // the new token's take their place, so such tokens cost the tree nothing. (A shared record is
-    // never taken back: its first holder came after it in the arena.)
+    // the new token's take their place, so such tokens cost the tree nothing. Only a record made for
+    // the token is given back, never a shared one, which nodes hold.
     if (previousMade && TakeBackArenaRefString(*lexer->nodes, *lexer->texts, previous)) *lexer->tokenText = nullptr;
     if (!text) text = "";
     size_t length = std::strlen(text);
