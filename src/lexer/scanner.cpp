@@ -30,7 +30,8 @@ uint32_t SharedTextHash(int32_t kind, const char* text, size_t length) {
     return static_cast<uint32_t>(kind) * 0x9E3779B1u;
 }
 
-void StoreToken(Lexer* lexer, int32_t kind, const char* text) {
+// `length` is the text's strlen.
+void StoreToken(Lexer* lexer, int32_t kind, const char* text, size_t length) {
     RefString* previous = *lexer->tokenText;
     bool previousMade = previous && previous == lexer->madeText;
     lexer->madeText = nullptr;
@@ -42,9 +43,9 @@ void StoreToken(Lexer* lexer, int32_t kind, const char* text) {
     // A token that no node took (a ')', a ';' ...) leaves its record and text at the arenas' ends:
     // the new token's take their place, so such tokens cost the tree nothing. Only a record made for
     // the token is given back, never a shared one, which nodes hold.
-    if (previousMade && TakeBackArenaRefString(*lexer->nodes, *lexer->texts, previous)) *lexer->tokenText = nullptr;
-    if (!text) text = "";
-    size_t length = std::strlen(text);
+    if (previousMade && TakeBackArenaRefString(*lexer->nodes, *lexer->texts, previous, lexer->madeLength)) {
+        *lexer->tokenText = nullptr;
+    }
     bool shareable = length <= kSharedTextMax;
     uint32_t hash = shareable ? SharedTextHash(kind, text, length) : 0;
     RefString* stored = shareable ? FindSharedText(lexer->sharedTexts, text, length, hash) : nullptr;
@@ -53,8 +54,8 @@ void StoreToken(Lexer* lexer, int32_t kind, const char* text) {
     } else {
         stored = NewArenaRefString(*lexer->nodes, *lexer->texts, text, length);
         lexer->madeText = stored;
+        lexer->madeLength = length;
         lexer->madeHash = hash;
-        lexer->madeLength = static_cast<uint32_t>(shareable ? length : kSharedTextMax + 1);
     }
     lexer->tokenKind = kind;
     ReleaseRefString(*lexer->tokenText);
@@ -81,7 +82,7 @@ bool SkipWhitespaceAndComments(Lexer* lexer) {
             Step(lexer);
             if (lexer->next == lexer->current) {
                 BeginToken(lexer);
-                StoreToken(lexer, ';', ";");
+                StoreToken(lexer, ';', ";", 1);
                 return true;
             }
             continue;
@@ -308,6 +309,12 @@ void ScanToken(Lexer* lexer) {
     } else {
         kind = ScanOperator(lexer, text);
     }
-    // A code point 0 inside the text ends it, as the text is NUL-terminated.
-    StoreToken(lexer, kind, text.text);
+    // A code point 0 inside the text ends it, as the text is NUL-terminated. Only a string can
+    // hold one (an escape); no other token appends a code point 0, so its builder length is its
+    // strlen.
+    if (!text.text) {
+        StoreToken(lexer, kind, "", 0);
+    } else {
+        StoreToken(lexer, kind, text.text, kind == LEX_STR ? std::strlen(text.text) : text.length);
+    }
 }

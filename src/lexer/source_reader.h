@@ -29,12 +29,12 @@ struct Lexer {
     Arena ownTexts;
     // Texts of this parse's tokens that nodes took, for later tokens to share; freed when parsing
     // ends. `madeText` is the current token's record when the scanner made it (it is not shared
-    // yet), with its text's hash and length (kSharedTextMax + 1 for any longer text, which is
-    // never shared); null otherwise.
+    // yet), with its text's length and, for a text short enough to share, its hash; null
+    // otherwise.
     SharedTexts sharedTexts;
     RefString* madeText;
+    size_t madeLength;
     uint32_t madeHash;
-    uint32_t madeLength;
 };
 
 // Makes the lexer over a source copy that is padded with zero bytes, primes the two

@@ -105,9 +105,14 @@ RefString* NewArenaPaddedRefString(Arena& records, Arena& texts, const char* tex
 }
 
 bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string) {
+    if (!string || !string->text) return false;
+    return TakeBackArenaRefString(records, texts, string, std::strlen(string->text));
+}
+
+bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string, size_t length) {
     if (!string || !(string->flags & kRefStringInArena) || string->refs != 1 || !string->text) return false;
     if (!ArenaEndsWithRecord(records, string, sizeof(RefString))) return false;
-    if (!ArenaEndsWithText(texts, string->text, std::strlen(string->text))) return false;
+    if (!ArenaEndsWithText(texts, string->text, length)) return false;
     ArenaRewind(texts, string->text);
     ArenaRewind(records, string);
     return true;

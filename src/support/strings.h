@@ -43,6 +43,8 @@ RefString* NewArenaPaddedRefString(Arena& records, Arena& texts, const char* tex
 // are the last things the two arenas handed out: gives both back and returns true (the record is
 // then gone; drop the pointer without releasing it). Otherwise returns false and changes nothing.
 bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string);
+// The same for a string whose text's length (its strlen) the caller knows.
+bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string, size_t length);
 // Every node raises its text's count, so these two are inline.
 inline RefString* RetainRefString(RefString* string) {
     if (string) string->refs++;
