@@ -141,8 +141,9 @@ void TakeAsciiIdentifierRun(Lexer* lexer, StringBuilder& text) {
     size_t steps = static_cast<size_t>(end - run);
     if (!(end < lexer->end && *end < 0x80)) steps--;
     if (steps < 2) return;
-    // Appended: the current character, then the run bytes that become current and are left again.
-    ReserveText(text, static_cast<uint32_t>(steps));
+    // Appended: the current character, then the run bytes that become current and are left again,
+    // and the terminating zero (room for which the builder's growth rule does not promise).
+    ReserveText(text, static_cast<uint32_t>(steps) + 1);
     text.text[text.length] = static_cast<char>(first);
     std::memcpy(text.text + text.length + 1, run, steps - 1);
     text.length += static_cast<uint32_t>(steps);
