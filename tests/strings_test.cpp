@@ -108,16 +108,15 @@ TEST(SharedTexts, ATextIsFoundOnlyUnderItsHashWithItsLengthAndItsBytes) {
     EXPECT_EQ(FindSharedText(table, "abc", 3, 7), nullptr);
     EXPECT_EQ(FindSharedText(table, "a", 1, 7), nullptr);
     EXPECT_EQ(FindSharedText(table, "ac", 2, 7), nullptr);
-    // Two texts under one hash are both found, each as itself.
-    RefString* ac = NewArenaRefString(records, texts, "ac");
-    AddSharedText(table, ac, 2, 7);
-    EXPECT_EQ(FindSharedText(table, "ab", 2, 7), ab);
-    EXPECT_EQ(FindSharedText(table, "ac", 2, 7), ac);
     // The table holds no reference of its own.
     EXPECT_EQ(ab->refs, 1u);
+    // A text added under the same slot takes it.
+    RefString* ac = NewArenaRefString(records, texts, "ac");
+    AddSharedText(table, ac, 2, 7 + kFirstSharedTextSlots);
+    EXPECT_EQ(FindSharedText(table, "ac", 2, 7 + kFirstSharedTextSlots), ac);
+    EXPECT_EQ(FindSharedText(table, "ab", 2, 7), nullptr);
     FreeSharedTexts(table);
     EXPECT_EQ(table.slots, nullptr);
-    EXPECT_EQ(table.count, 0u);
     EXPECT_STREQ(ab->text, "ab");
 }
 
@@ -136,29 +135,40 @@ TEST(SharedTexts, ARecordReleasedToZeroIsNeverHandedOutAgain) {
     FreeSharedTexts(table);
 }
 
-TEST(SharedTexts, EveryTextStaysFoundAsTheTableGrows) {
+TEST(SharedTexts, TheTableDoublesAfterTwiceItsSlotsInTextsKeepingThemUpToItsLimit) {
     Arena records{};
     Arena texts{};
     SharedTexts table{};
-    std::vector<std::string> spelled;
-    std::vector<uint32_t> hashes;
     std::vector<RefString*> strings;
-    for (int i = 0; i < 20000; i++) {
-        spelled.push_back("t" + std::to_string(i));
-        const std::string& text = spelled.back();
-        // Each odd text takes the hash of the text before it, so the texts also meet in chains.
-        hashes.push_back(i % 2 == 0 ? TextHash(text.c_str(), text.size()) : hashes.back());
-        strings.push_back(NewArenaRefString(records, texts, text.c_str()));
-        AddSharedText(table, strings.back(), text.size(), hashes.back());
+    auto add = [&](uint32_t hash) {
+        strings.push_back(NewArenaRefString(records, texts, ("t" + std::to_string(hash)).c_str()));
+        std::string text = strings.back()->text;
+        AddSharedText(table, strings.back(), text.size(), hash);
+    };
+    auto found = [&](uint32_t hash, size_t index) {
+        std::string text = "t" + std::to_string(hash);
+        return FindSharedText(table, text.c_str(), text.size(), hash) == strings[index];
+    };
+    // Twice the first slots: the second half of the texts took the first half's slots.
+    for (uint32_t hash = 0; hash < 2 * kFirstSharedTextSlots; hash++) add(hash);
+    EXPECT_EQ(table.mask + 1, kFirstSharedTextSlots);
+    EXPECT_FALSE(found(0, 0));
+    EXPECT_TRUE(found(kFirstSharedTextSlots, kFirstSharedTextSlots));
+    // The next text doubles the table, and every text it held is still found.
+    add(4 * kFirstSharedTextSlots + 3);
+    EXPECT_EQ(table.mask + 1, 2 * kFirstSharedTextSlots);
+    for (uint32_t hash = kFirstSharedTextSlots; hash < 2 * kFirstSharedTextSlots; hash++) {
+        EXPECT_TRUE(found(hash, hash)) << hash;
     }
-    EXPECT_EQ(table.count, 20000u);
-    // At most half the slots are in use.
-    EXPECT_GE(table.mask + 1, 40000u);
-    for (size_t i = 0; i < spelled.size(); i++) {
-        const std::string& text = spelled[i];
-        ASSERT_EQ(FindSharedText(table, text.c_str(), text.size(), hashes[i]), strings[i]) << text;
+    EXPECT_TRUE(found(4 * kFirstSharedTextSlots + 3, 2 * kFirstSharedTextSlots));
+    // However many texts come, the table stops at its limit and holds the latest in each slot.
+    for (uint32_t hash = 0; hash < 20000; hash++) add(100000 + hash);
+    EXPECT_EQ(table.mask + 1, kMaxSharedTextSlots);
+    size_t first = strings.size() - 20000;
+    for (uint32_t hash = 20000 - kMaxSharedTextSlots; hash < 20000; hash++) {
+        ASSERT_TRUE(found(100000 + hash, first + hash)) << hash;
     }
-    EXPECT_EQ(FindSharedText(table, "t20000", 6, TextHash("t20000", 6)), nullptr);
+    EXPECT_FALSE(found(100000, first));
     FreeSharedTexts(table);
 }
 

@@ -169,35 +169,25 @@ uint32_t TextHash(const char* text, size_t length) {
 
 uint32_t TextHash(const char* text) { return TextHash(text, std::strlen(text)); }
 
-namespace {
-
-constexpr uint32_t kFirstSharedSlots = 256;
-
-void PlaceSharedText(SharedTextSlot* slots, uint32_t mask, const SharedTextSlot& entry) {
-    uint32_t at = entry.hash & mask;
-    while (slots[at].string) at = (at + 1) & mask;
-    slots[at] = entry;
-}
-
-}  // namespace
-
 void AddSharedText(SharedTexts& table, RefString* string, size_t length, uint32_t hash) {
-    // At most half the slots are used, so every probe ends at an empty slot soon.
-    if (!table.slots || (table.count + 1) * 2 > table.mask + 1) {
-        uint32_t slotCount = table.slots ? (table.mask + 1) * 2 : kFirstSharedSlots;
-        if (slotCount == 0) throw std::bad_alloc();
-        auto* slots = static_cast<SharedTextSlot*>(CheckedCalloc(slotCount, sizeof(SharedTextSlot)));
+    uint32_t slotCount = table.mask + 1;
+    if (!table.slots || (table.added >= slotCount * 2 && slotCount < kMaxSharedTextSlots)) {
+        uint32_t grown = table.slots ? slotCount * 2 : kFirstSharedTextSlots;
+        auto* slots = static_cast<SharedTextSlot*>(CheckedCalloc(grown, sizeof(SharedTextSlot)));
         if (table.slots) {
-            for (uint32_t at = 0; at <= table.mask; at++) {
-                if (table.slots[at].string) PlaceSharedText(slots, slotCount - 1, table.slots[at]);
+            // Each slot's text goes to one of the two slots its hash picks in the larger table, which
+            // no other slot's text picks.
+            for (uint32_t at = 0; at < slotCount; at++) {
+                if (table.slots[at].string) slots[table.slots[at].hash & (grown - 1)] = table.slots[at];
             }
             std::free(table.slots);
         }
         table.slots = slots;
-        table.mask = slotCount - 1;
+        table.mask = grown - 1;
+        table.added = 0;
     }
-    PlaceSharedText(table.slots, table.mask, SharedTextSlot{string, hash, static_cast<uint32_t>(length)});
-    table.count++;
+    table.slots[hash & table.mask] = SharedTextSlot{string, hash, static_cast<uint32_t>(length)};
+    table.added++;
 }
 
 void FreeSharedTexts(SharedTexts& table) {

@@ -65,42 +65,47 @@ inline void ReleaseRefString(RefString* string) {
 uint32_t TextHash(const char* text, size_t length);
 uint32_t TextHash(const char* text);
 
-// The token texts of one parse that some node took, found by content, so that a later token with
-// the same text shares that record instead of copying it (an identifier used a thousand times is
-// one record and one text). The table holds no reference: a record released to zero (its text
-// cleared) is never handed out again. Nothing observable depends on which record a node holds,
-// only on its text.
+// The token texts of one parse that some node took lately, found by content, so that a later
+// token with the same text shares that record instead of copying it (an identifier used a thousand
+// times is one record and one text). A cache, not an index: each text has one slot, chosen by its
+// hash, and a text added there takes the slot from the one before. It grows with the texts added,
+// up to kMaxSharedTextSlots (64 KiB), so it stays in the processor's cache and every lookup is one
+// probe, whatever the script's vocabulary; a script of a hundred thousand distinct names shares
+// the ones used near each other. The table holds no reference: a record released to zero (its
+// text cleared) is never handed out again. Nothing observable depends on which record a node
+// holds, only on its text.
 struct SharedTextSlot {
     RefString* string;   // null: empty
-    uint32_t hash;       // TextHash of the text
+    uint32_t hash;       // the key the text was added under
     uint32_t length;     // strlen of the text
 };
 
 struct SharedTexts {
     SharedTextSlot* slots;
     uint32_t mask;       // slot count - 1; no slots until the first text is added
-    uint32_t count;
+    uint32_t added;      // texts added since the table last grew
 };
 
 // Texts longer than this are never shared: they seldom repeat, and each would be read twice.
 constexpr size_t kSharedTextMax = 64;
+constexpr uint32_t kFirstSharedTextSlots = 256;
+constexpr uint32_t kMaxSharedTextSlots = 4096;
 
 // The live record whose text is `text` (`length` bytes, its strlen) under `hash`, or null. Asked
 // for every token, so inline.
 inline RefString* FindSharedText(const SharedTexts& table, const char* text, size_t length, uint32_t hash) {
     if (!table.slots) return nullptr;
-    for (uint32_t at = hash & table.mask; table.slots[at].string; at = (at + 1) & table.mask) {
-        const SharedTextSlot& slot = table.slots[at];
-        // A released record's text is null; its slot stays, as a text no token can match.
-        if (slot.hash == hash && slot.length == length && slot.string->text &&
-            std::memcmp(slot.string->text, text, length) == 0) {
-            return slot.string;
-        }
+    const SharedTextSlot& slot = table.slots[hash & table.mask];
+    // A released record's text is null: it matches no token.
+    if (slot.string && slot.hash == hash && slot.length == length && slot.string->text &&
+        std::memcmp(slot.string->text, text, length) == 0) {
+        return slot.string;
     }
     return nullptr;
 }
-// Adds `string` (a text of `length` bytes, the table has no record of that text) under `hash`.
-// Throws std::bad_alloc with the table unchanged when it cannot grow.
+// Puts `string` (a text of `length` bytes, at most kSharedTextMax) in its slot under `hash`. Once
+// twice as many texts were added as the table has slots, it doubles (up to its limit), keeping
+// the texts it holds. Throws std::bad_alloc with the table unchanged when it cannot get its slots.
 void AddSharedText(SharedTexts& table, RefString* string, size_t length, uint32_t hash);
 // Frees the slots; the records stay with their holders.
 void FreeSharedTexts(SharedTexts& table);
