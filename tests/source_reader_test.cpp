@@ -473,6 +473,20 @@ TEST(SourceReader, TheInlineAdvanceAgreesWithTheFullOneOnEveryCharacter) {
     }
 }
 
+namespace {
+
+// The scanner's loop over an identifier's characters: append the current one, advance, resolve an
+// escape.
+void TakeIdentifierCharacters(Lexer& lexer, StringBuilder& text) {
+    while (IsIdentifierPart(lexer.current)) {
+        AppendCodePoint(text, lexer.current);
+        Advance(&lexer);
+        ResolveEscape(&lexer);
+    }
+}
+
+}  // namespace
+
 // An identifier's ASCII run taken at once leaves the reader and the text as taking its characters
 // one by one does: random texts of identifier characters among escapes, line breaks of all three
 // kinds, multi-byte characters, lone bytes and other characters, entered at every character, up to
@@ -501,16 +515,8 @@ TEST(SourceReader, TheIdentifierRunAgreesWithTakingEachCharacter) {
             AppendText(eachText, "k");
             TakeAsciiIdentifierRun(&run, runText);
             if (runText.length > 1) taken++;
-            while (IsIdentifierPart(run.current)) {
-                AppendCodePoint(runText, run.current);
-                Advance(&run);
-                ResolveEscape(&run);
-            }
-            while (IsIdentifierPart(each.current)) {
-                AppendCodePoint(eachText, each.current);
-                Advance(&each);
-                ResolveEscape(&each);
-            }
+            TakeIdentifierCharacters(run, runText);
+            TakeIdentifierCharacters(each, eachText);
             ASSERT_TRUE(SameReaderState(run, each)) << "round " << round << " start " << start;
             ASSERT_EQ(std::string(runText.text, runText.length), std::string(eachText.text, eachText.length))
                 << "round " << round << " start " << start;
@@ -529,11 +535,7 @@ TEST(SourceReader, TheIdentifierRunAgreesWithTakingEachCharacter) {
         Lexer* reader = NewTestLexer(std::string(";abc") + static_cast<char>(byte) + "def");
         StringBuilder text{};
         TakeAsciiIdentifierRun(reader, text);
-        while (IsIdentifierPart(reader->current)) {
-            AppendCodePoint(text, reader->current);
-            Advance(reader);
-            ResolveEscape(reader);
-        }
+        TakeIdentifierCharacters(*reader, text);
         bool part = IsIdentifierPart(static_cast<uint32_t>(byte));
         EXPECT_EQ(std::string(text.text, text.length), part ? "abc" + std::string(1, static_cast<char>(byte)) + "def" : "abc")
             << byte;
