@@ -437,6 +437,16 @@ namespace {
 // Where a reader's pointer is in its own copy of the source.
 int64_t OffsetIn(const Lexer& lexer, const uint8_t* at) { return at - (lexer.end - lexer.length); }
 
+// `count` pieces drawn by a linear congruential generator whose state is `seed`.
+std::string RandomSource(const std::vector<std::string>& pieces, int count, uint64_t& seed) {
+    std::string source;
+    for (int i = 0; i < count; i++) {
+        seed = seed * 6364136223846793005ull + 1442695040888963407ull;
+        source += pieces[(seed >> 33) % pieces.size()];
+    }
+    return source;
+}
+
 bool SameReaderState(const Lexer& a, const Lexer& b) {
     return a.current == b.current && a.next == b.next && OffsetIn(a, a.readPtr) == OffsetIn(b, b.readPtr) &&
            OffsetIn(a, a.nextStart) == OffsetIn(b, b.nextStart) &&
@@ -455,11 +465,7 @@ TEST(SourceReader, TheInlineAdvanceAgreesWithTheFullOneOnEveryCharacter) {
                                              "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\x80", "\xFF", "\t", "/"};
     uint64_t seed = 99;
     for (int round = 0; round < 300; round++) {
-        std::string source;
-        for (int i = 0; i < 60; i++) {
-            seed = seed * 6364136223846793005ull + 1442695040888963407ull;
-            source += pieces[(seed >> 33) % pieces.size()];
-        }
+        std::string source = RandomSource(pieces, 60, seed);
         Lexer* inlined = NewTestLexer(";" + source);
         Lexer* full = NewTestLexer(";" + source);
         ASSERT_TRUE(SameReaderState(*inlined, *full));
@@ -498,11 +504,7 @@ TEST(SourceReader, TheIdentifierRunAgreesWithTakingEachCharacter) {
     uint64_t seed = 7;
     int taken = 0;
     for (int round = 0; round < 200; round++) {
-        std::string source;
-        for (int i = 0; i < 40; i++) {
-            seed = seed * 6364136223846793005ull + 1442695040888963407ull;
-            source += pieces[(seed >> 33) % pieces.size()];
-        }
+        std::string source = RandomSource(pieces, 40, seed);
         // Entered at every character: copies of one reader (they share its source, and change
         // only their own reading state).
         Lexer* reader = NewTestLexer(";" + source);

@@ -115,9 +115,7 @@ namespace {
 // IsIdentifierPart of every ASCII byte, false for every other byte.
 constexpr std::array<bool, 256> IdentifierBytes() {
     std::array<bool, 256> bytes{};
-    for (uint32_t c = 0; c < 0x80; c++) {
-        bytes[c] = IsAsciiLetter(c) || IsDecimalDigit(c) || c == '_' || c == '$';
-    }
+    for (uint32_t c = 0; c < 0x80; c++) bytes[c] = IsAsciiIdentifierPart(c);
     return bytes;
 }
 constexpr std::array<bool, 256> kIdentifierByte = IdentifierBytes();
@@ -129,7 +127,7 @@ void TakeAsciiIdentifierRun(Lexer* lexer, StringBuilder& text) {
     const uint8_t* run = lexer->nextStart;
     // The look-ahead must be the plain byte it was read from (not the end of an escape) and the
     // current character an ASCII identifier character.
-    if (first >= 0x80 || !IsIdentifierPart(first) || run >= lexer->end || lexer->next != *run ||
+    if (first >= 0x80 || !kIdentifierByte[first] || run >= lexer->end || lexer->next != *run ||
         lexer->readPtr != run + 1) {
         return;
     }

@@ -114,8 +114,12 @@ inline bool IsIdentifierStart(uint32_t codePoint) {
     if (codePoint < 0x80) return IsAsciiLetter(codePoint) || codePoint == '_' || codePoint == '$';
     return IsIdentifierStartBeyondAscii(codePoint);
 }
+// IsIdentifierPart of an ASCII character (also the identifier run's byte table).
+constexpr bool IsAsciiIdentifierPart(uint32_t codePoint) {
+    return IsAsciiLetter(codePoint) || IsDecimalDigit(codePoint) || codePoint == '_' || codePoint == '$';
+}
 inline bool IsIdentifierPart(uint32_t codePoint) {
-    if (codePoint < 0x80) return IsAsciiLetter(codePoint) || IsDecimalDigit(codePoint) || codePoint == '_' || codePoint == '$';
+    if (codePoint < 0x80) return IsAsciiIdentifierPart(codePoint);
     return IsIdentifierPartBeyondAscii(codePoint);
 }
 bool IsHexDigit(uint32_t codePoint);
