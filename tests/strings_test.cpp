@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -248,6 +250,36 @@ TEST(StringBuilder, LongFormattedTextIsKeptWhole) {
     AppendFormat(builder, "<%s>", piece.c_str());
     EXPECT_EQ(std::string(builder.text), "<" + piece + ">");
     EXPECT_EQ(builder.length, 100002u);
+    FreeStringBuilder(builder);
+}
+
+TEST(StringBuilder, FormatDecimalSpellsANumberAsPercentDDoes) {
+    std::vector<int32_t> values = {0, 1, -1, 9, 10, -10, 99, 100, 123456789, INT32_MAX, INT32_MIN, INT32_MIN + 1};
+    uint32_t state = 12345;
+    for (int i = 0; i < 10000; i++) {
+        state = state * 1664525u + 1013904223u;
+        values.push_back(static_cast<int32_t>(state) >> (state % 31));
+    }
+    for (int32_t value : values) {
+        char expected[16];
+        std::snprintf(expected, sizeof expected, "%d", value);
+        DecimalText decimal = FormatDecimal(value);
+        ASSERT_EQ(std::string(decimal.text, decimal.length), expected) << value;
+        EXPECT_EQ(decimal.text[decimal.length], '\0') << value;
+    }
+}
+
+TEST(StringBuilder, AppendPiecesJoinsThemWithOneReservationForAll) {
+    StringBuilder builder{};
+    DecimalText number = FormatDecimal(-42);
+    AppendPieces(builder, {"__", "getfn", {number.text, number.length}, ""});   // need 11: 16
+    EXPECT_EQ(builder.capacity, 16);
+    EXPECT_STREQ(builder.text, "__getfn-42");
+    EXPECT_EQ(builder.length, 10u);
+    AppendPieces(builder, {"ab", "cdefgh"});   // need 9, room 5: 16 * 3 / 2 = 24
+    EXPECT_EQ(builder.capacity, 24);
+    EXPECT_STREQ(builder.text, "__getfn-42abcdefgh");
+    EXPECT_EQ(builder.length, 18u);
     FreeStringBuilder(builder);
 }
 

@@ -181,9 +181,11 @@ void CompilePostfixStep(CodeGenContext& cx, Node* node, bool increment) {
 
 // The generated name of an anonymous function; the copy is interned later and never freed.
 __attribute__((noinline)) const char* AnonymousFunctionName(CodeGenContext& cx, const Node* node) {
+    DecimalText line = FormatDecimal(node->position ? node->position->line : 0);
+    DecimalText counter = FormatDecimal(CodeGenState().anonymousCounter++);
     StringBuilder name{};
-    AppendFormat(name, "__%s_%d__anonfn%d", cx.scriptName ? cx.scriptName : "",
-                 node->position ? node->position->line : 0, CodeGenState().anonymousCounter++);
+    AppendPieces(name, {"__", cx.scriptName ? cx.scriptName : "", "_", {line.text, line.length}, "__anonfn",
+                        {counter.text, counter.length}});
     return name.text;
 }
 

@@ -29,8 +29,9 @@ __attribute__((noinline)) AccessorRecord* NewAccessorRecord(const char* name) {
 
 // "__getfn%d" / "__setfn%d"; the text is never freed.
 __attribute__((noinline)) const char* AccessorFunctionName(const char* prefix) {
+    DecimalText counter = FormatDecimal(CodeGenState().accessorCounter++);
     StringBuilder name{};
-    AppendFormat(name, "__%s%d", prefix, CodeGenState().accessorCounter++);
+    AppendPieces(name, {"__", prefix, {counter.text, counter.length}});
     return name.text;
 }
 

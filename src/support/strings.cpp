@@ -1,5 +1,6 @@
 #include "support/strings.h"
 
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -234,6 +235,25 @@ void AppendText(StringBuilder& builder, const char* text) {
     ReserveText(builder, need);
     std::memcpy(builder.text + builder.length, text, need);
     builder.length += need - 1;
+}
+
+DecimalText FormatDecimal(int32_t value) {
+    DecimalText decimal{};
+    std::to_chars_result end = std::to_chars(decimal.text, decimal.text + sizeof decimal.text - 1, value);
+    decimal.length = static_cast<uint32_t>(end.ptr - decimal.text);
+    return decimal;
+}
+
+void AppendPieces(StringBuilder& builder, std::initializer_list<std::string_view> pieces) {
+    size_t length = 0;
+    for (std::string_view piece : pieces) length += piece.size();
+    if (length >= INT32_MAX) throw std::bad_alloc();
+    ReserveText(builder, static_cast<uint32_t>(length + 1));
+    for (std::string_view piece : pieces) {
+        std::memcpy(builder.text + builder.length, piece.data(), piece.size());
+        builder.length += static_cast<uint32_t>(piece.size());
+    }
+    builder.text[builder.length] = '\0';
 }
 
 void AppendFormat(StringBuilder& builder, const char* format, ...) {

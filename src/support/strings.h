@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
+#include <string_view>
 
 #include "support/arena.h"
 
@@ -125,6 +127,14 @@ void ReserveText(StringBuilder& builder, uint32_t need);
 void AppendText(StringBuilder& builder, const char* text);
 void AppendFormat(StringBuilder& builder, const char* format, ...) VELTJS_PRINTF(2, 3);
 void AppendFormatV(StringBuilder& builder, const char* format, va_list args) VELTJS_PRINTF(2, 0);
+// The decimal form of a number, as "%d" prints it.
+struct DecimalText {
+    char text[12];
+    uint32_t length;
+};
+DecimalText FormatDecimal(int32_t value);
+// Appends the pieces one after another, reserving room for all of them at once.
+void AppendPieces(StringBuilder& builder, std::initializer_list<std::string_view> pieces);
 void FreeStringBuilder(StringBuilder& builder);
 
 // A growable array of pointers. Blocks that the array outgrew are kept for its whole life (units
