@@ -129,7 +129,8 @@ int32_t FindName(const char* text) { return FindName(HashedText{text, TextHash(t
 
 int32_t FindName(const HashedText& text) {
     NameIndex& index = State().nameIndex;
-    CatchUp(index);
+    // Nearly always the index is current: only a push or a host's placement puts it behind.
+    if (index.stale || !index.slots || index.indexed < NameArray.count) CatchUp(index);
     int32_t id = Recall(text.text, text.hash);
     if (id >= 0) return id;
     id = Lookup(index, text.text, text.hash);

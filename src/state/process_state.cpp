@@ -6,11 +6,11 @@
 
 #include "support/crc32.h"
 
-namespace {
-
 // The one definition. Its tables are made at load (a plain static: nothing is allocated on first
 // use, so using them can never fail halfway) and released at unload.
-ProcessState processState{};
+ProcessState TheProcessState{};
+
+namespace {
 
 void InitTables(ProcessState& state) {
     InitHashTable(state.builtInFunctionTable, 32);
@@ -37,8 +37,8 @@ void FreeTables(ProcessState& state) {
 }
 
 struct Lifetime {
-    Lifetime() { InitTables(processState); }
-    ~Lifetime() { FreeTables(processState); }
+    Lifetime() { InitTables(TheProcessState); }
+    ~Lifetime() { FreeTables(TheProcessState); }
 };
 
 Lifetime lifetime;
@@ -52,27 +52,26 @@ std::vector<ProcessState*>& RetiredStates() {
 
 }  // namespace
 
-ProcessState& State() { return processState; }
 
-uint32_t (&Crc32Table)[256] = processState.crc32Table;
-HashTable& BuiltInFunctionTable = processState.builtInFunctionTable;
-PtrArray& NameArray = processState.nameArray;
-PtrArray& GlobalStringList = processState.stringList;
-PtrArray& GlobalVarList = processState.varList;
-PtrArray& GlobalFuncList = processState.funcList;
-PtrArray& GlobalFunctionRecords = processState.functionRecords;
+uint32_t (&Crc32Table)[256] = TheProcessState.crc32Table;
+HashTable& BuiltInFunctionTable = TheProcessState.builtInFunctionTable;
+PtrArray& NameArray = TheProcessState.nameArray;
+PtrArray& GlobalStringList = TheProcessState.stringList;
+PtrArray& GlobalVarList = TheProcessState.varList;
+PtrArray& GlobalFuncList = TheProcessState.funcList;
+PtrArray& GlobalFunctionRecords = TheProcessState.functionRecords;
 
 char* KeepText(const char* text) { return ArenaCopyText(State().texts, text, std::strlen(text)); }
 
 void ResetProcessState() {
-    RetiredStates().push_back(new ProcessState(std::move(processState)));
-    processState = ProcessState{};
-    InitTables(processState);
+    RetiredStates().push_back(new ProcessState(std::move(TheProcessState)));
+    TheProcessState = ProcessState{};
+    InitTables(TheProcessState);
 }
 
-void BuildCrc32Table() { FillCrc32Table(processState.crc32Table); }
+void BuildCrc32Table() { FillCrc32Table(TheProcessState.crc32Table); }
 
-uint32_t NameHash(const char* name) { return Crc32WithoutFinalXor(processState.crc32Table, name); }
+uint32_t NameHash(const char* name) { return Crc32WithoutFinalXor(TheProcessState.crc32Table, name); }
 
 HashEntry* HashInsert(HashTable& table, const char* key, void* value) {
     return HashInsertHashed(table, NameHash(key), value);
@@ -96,6 +95,6 @@ void AddBuiltInFunction(const char* name) {
     }
 }
 
-DiagnosticLocation LastErrorLocation() { return processState.lastError; }
+DiagnosticLocation LastErrorLocation() { return TheProcessState.lastError; }
 
-void ForgetLastErrorLocation() { processState.lastError = DiagnosticLocation{}; }
+void ForgetLastErrorLocation() { TheProcessState.lastError = DiagnosticLocation{}; }

@@ -104,7 +104,10 @@ struct ProcessState {
     SpareBlock spareCode2;
 };
 
-ProcessState& State();
+// The one state of the process (defined in process_state.cpp). Inline: it is reached on every
+// name lookup and record, hundreds of thousands of times per MB of script.
+extern ProcessState TheProcessState;
+inline ProcessState& State() { return TheProcessState; }
 
 // A zeroed record, and a copy of a text, kept for the life of the process in the shared blocks.
 inline void* KeepRecord(size_t size) { return ArenaAllocate(State().records, size); }
