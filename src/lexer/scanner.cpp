@@ -108,7 +108,7 @@ bool SkipWhitespaceAndComments(Lexer* lexer) {
 int32_t ScanIdentifier(Lexer* lexer, StringBuilder& text) {
     TakeAsciiIdentifierRun(lexer, text);
     while (IsIdentifierPart(lexer->current)) Take(lexer, text);
-    return LookupKeyword(text.text);
+    return LookupKeyword(text.text, text.length);
 }
 
 // Number -> '0' OctalDigit* | '0' [xX] HexDigit* | Digits? ('.' Digits?)? ([eE] [+-]? Digits?)?

@@ -45,26 +45,45 @@ static_assert(sizeof(kKindNames) / sizeof(kKindNames[0]) == kLastNamedKind - kFi
 // The formatted names are limited to 31 characters.
 constexpr size_t kNameLimit = 32;
 
-// The entries of the sorted table that begin with each lower-case letter, [begin, end): every
-// keyword starts with one, so a word is compared with the few that share its first letter.
+// The entries of the sorted table that begin with each lower-case letter, [begin, end), and the
+// lengths they have (bit n: a keyword of n letters): every keyword starts with one, so a word is
+// compared only with the few that share its first letter, and only when one of them has its length.
 struct KeywordRun {
     uint8_t begin;
     uint8_t end;
+    uint16_t lengths;
 };
 
-const KeywordRun* RunsByFirstLetter() {
-    static const struct Runs {
-        KeywordRun byLetter[26];
-        Runs() : byLetter{} {
-            constexpr uint8_t kCount = sizeof KeywordTable / sizeof KeywordTable[0];
-            for (uint8_t i = kCount; i-- > 0;) {
-                KeywordRun& run = byLetter[KeywordTable[i].text[0] - 'a'];
-                if (run.end == 0) run.end = static_cast<uint8_t>(i + 1);
-                run.begin = i;
-            }
-        }
-    } runs;
-    return runs.byLetter;
+struct KeywordRuns {
+    KeywordRun byLetter[26];
+};
+
+constexpr size_t kLongestKeyword = 10;   // "instanceof"
+
+KeywordRuns MakeKeywordRuns() {
+    KeywordRuns runs{};
+    constexpr uint8_t kCount = sizeof KeywordTable / sizeof KeywordTable[0];
+    for (uint8_t i = kCount; i-- > 0;) {
+        KeywordRun& run = runs.byLetter[KeywordTable[i].text[0] - 'a'];
+        if (run.end == 0) run.end = static_cast<uint8_t>(i + 1);
+        run.begin = i;
+        run.lengths |= static_cast<uint16_t>(1u << std::strlen(KeywordTable[i].text));
+    }
+    return runs;
+}
+
+// Made at load from the table above it in this file.
+const KeywordRuns kKeywordRuns = MakeKeywordRuns();
+
+// Out of line, so that the common answer (no keyword has the word's first letter and length)
+// returns without saving the registers this loop needs.
+__attribute__((noinline)) int32_t FindInRun(const KeywordRun& run, const char* text) {
+    for (uint8_t i = run.begin; i < run.end; i++) {
+        // The second letter first: most identifiers part from the keywords there.
+        const char* keyword = KeywordTable[i].text;
+        if (text[1] == keyword[1] && std::strcmp(text + 1, keyword + 1) == 0) return KeywordTable[i].kind;
+    }
+    return LEX_ID;
 }
 
 // Copies the kind's name into `out`, so a report does not have to hold a RefString.
@@ -81,15 +100,13 @@ const char* CurrentText(const Lexer* lexer) {
 
 }  // namespace
 
-int32_t LookupKeyword(const char* text) {
-    if (text[0] < 'a' || text[0] > 'z') return LEX_ID;
-    const KeywordRun& run = RunsByFirstLetter()[text[0] - 'a'];
-    for (uint8_t i = run.begin; i < run.end; i++) {
-        // The second letter first: most identifiers part from the keywords there.
-        const char* keyword = KeywordTable[i].text;
-        if (text[1] == keyword[1] && std::strcmp(text + 1, keyword + 1) == 0) return KeywordTable[i].kind;
-    }
-    return LEX_ID;
+int32_t LookupKeyword(const char* text) { return LookupKeyword(text, std::strlen(text)); }
+
+int32_t LookupKeyword(const char* text, size_t length) {
+    if (length > kLongestKeyword || text[0] < 'a' || text[0] > 'z') return LEX_ID;
+    const KeywordRun& run = kKeywordRuns.byLetter[text[0] - 'a'];
+    if ((run.lengths >> length & 1u) == 0) return LEX_ID;
+    return FindInRun(run, text);
 }
 
 RefString* TokenKindName(int32_t kind) {

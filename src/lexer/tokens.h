@@ -92,8 +92,10 @@ struct KeywordEntry {
 // 31 entries sorted by text in byte order.
 extern const KeywordEntry KeywordTable[31];
 
-// The keyword's kind, or LEX_ID (binary search, byte-wise comparison).
+// The keyword's kind, or LEX_ID (byte-wise comparison).
 int32_t LookupKeyword(const char* text);
+// The same for a text whose strlen is `length`.
+int32_t LookupKeyword(const char* text, size_t length);
 // A new RefString: "eof", the character for 1-255, the table's names, else the decimal code.
 RefString* TokenKindName(int32_t kind);
 // Reports "Got '%s' (%s) expected '%s'" on a mismatch, else scans the next token.
