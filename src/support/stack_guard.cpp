@@ -13,10 +13,6 @@ namespace {
 // Enough for a diagnostic, its formatting and the unwinding that follows it.
 constexpr uintptr_t kSafetyMargin = 160 * 1024;
 
-uintptr_t CurrentFrame() {
-    return reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-}
-
 #if !defined(_WIN32)
 // The lowest address this thread's stack may reach plus the margin, or 0 when unknown. Read once
 // per thread: for the main thread the C library finds it by reading /proc/self/maps, which a
@@ -53,13 +49,6 @@ void BeginStackGuard(StackGuard& guard) {
 #endif
 }
 
-bool StackIsLow(const StackGuard& guard) {
-    return guard.limit != 0 && CurrentFrame() < guard.limit;
+void ReportNestingTooDeep(const SourcePosition* where) {
+    ReportError(where, "nesting too deep");
 }
-
-NestingLevel::NestingLevel(StackGuard& guard, const SourcePosition* where, int32_t limit) : guard(guard) {
-    if (guard.nesting >= limit || StackIsLow(guard)) ReportError(where, "nesting too deep");
-    guard.nesting++;
-}
-
-NestingLevel::~NestingLevel() { guard.nesting--; }

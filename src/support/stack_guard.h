@@ -24,14 +24,23 @@ struct StackGuard {
 // Records the calling thread's stack bounds and clears the nesting count; the parser and the
 // code generator call it when a parse or a compile begins.
 void BeginStackGuard(StackGuard& guard);
-// True when less than the safety margin is left below the current frame.
-bool StackIsLow(const StackGuard& guard);
+// True when less than the safety margin is left below the current frame (inline: the frame is
+// the guarded routine's own).
+inline bool StackIsLow(const StackGuard& guard) {
+    return guard.limit != 0 && reinterpret_cast<uintptr_t>(__builtin_frame_address(0)) < guard.limit;
+}
+// Reports "nesting too deep" at `where`.
+[[noreturn]] void ReportNestingTooDeep(const SourcePosition* where);
 
 // One level of recursion while the record lives. Reports "nesting too deep" at `where` when
-// `limit` levels are already active or the stack is low.
+// `limit` levels are already active or the stack is low. Inline: the parser and the code
+// generator make one for nearly every node.
 struct NestingLevel {
-    NestingLevel(StackGuard& guard, const SourcePosition* where, int32_t limit);
-    ~NestingLevel();
+    NestingLevel(StackGuard& guard, const SourcePosition* where, int32_t limit) : guard(guard) {
+        if (guard.nesting >= limit || StackIsLow(guard)) ReportNestingTooDeep(where);
+        guard.nesting++;
+    }
+    ~NestingLevel() { guard.nesting--; }
     NestingLevel(const NestingLevel&) = delete;
     NestingLevel& operator=(const NestingLevel&) = delete;
     StackGuard& guard;
