@@ -114,13 +114,22 @@ void* ListPop(List& list);
 // The value `steps` nodes from the first, or null when the walk runs off the list.
 void* ListAt(const List& list, int32_t steps);
 
-// Type stack: pushes grow the stack; a pop of an empty stack yields 15 (.e).
-void PushType(CodeGenContext& cx, uint32_t type);
-uint32_t PopType(CodeGenContext& cx);
+// Type stack: pushes grow the stack; a pop of an empty stack yields 15 (.e). Inline, as is Emit:
+// every operand and instruction of a compile passes through them.
+void GrowTypeStack(CodeGenContext& cx);
+inline void PushType(CodeGenContext& cx, uint32_t type) {
+    if (cx.typeDepth >= cx.typeCapacity || !cx.typeStack) GrowTypeStack(cx);
+    cx.typeStack[cx.typeDepth++] = type;
+    if (cx.typeDepth > cx.typeHighWater) cx.typeHighWater = cx.typeDepth;
+}
+inline uint32_t PopType(CodeGenContext& cx) {
+    if (cx.typeDepth <= 0) return TYPE_SHORT;
+    return cx.typeStack[--cx.typeDepth];
+}
 inline uint32_t TopType(const CodeGenContext& cx) { return cx.typeDepth > 0 ? cx.typeStack[cx.typeDepth - 1] : TYPE_SHORT; }
 
 // Writes words into the code buffer.
-void Emit(CodeGenContext& cx, std::initializer_list<uint32_t> words);
+inline void Emit(CodeGenContext& cx, std::initializer_list<uint32_t> words) { WriteWords(*cx.code, words); }
 inline int64_t CodeOffset(const CodeGenContext& cx) { return CurrentOffset(*cx.code); }
 // opcode<<24 | type<<16, then the operand by type. For .d the value is used as a double; for
 // .f narrowed to float; for .i, .v, .s, .b its integer value; .l takes `longBits` as the 8 bytes.

@@ -62,27 +62,16 @@ void* ListAt(const List& list, int32_t steps) {
     return node ? node->value : nullptr;
 }
 
-void PushType(CodeGenContext& cx, uint32_t type) {
-    if (cx.typeDepth >= cx.typeCapacity || !cx.typeStack) {
-        int32_t capacity = cx.typeCapacity > 0 ? cx.typeCapacity * 2 : kTypeStackEntries;
-        uint32_t* grown = static_cast<uint32_t*>(CheckedMalloc(static_cast<size_t>(capacity) * sizeof(uint32_t)));
-        if (cx.typeStack && cx.typeDepth > 0) {
-            std::memcpy(grown, cx.typeStack, static_cast<size_t>(cx.typeDepth) * sizeof(uint32_t));
-        }
-        std::free(cx.typeStack);
-        cx.typeStack = grown;
-        cx.typeCapacity = capacity;
+void GrowTypeStack(CodeGenContext& cx) {
+    int32_t capacity = cx.typeCapacity > 0 ? cx.typeCapacity * 2 : kTypeStackEntries;
+    uint32_t* grown = static_cast<uint32_t*>(CheckedMalloc(static_cast<size_t>(capacity) * sizeof(uint32_t)));
+    if (cx.typeStack && cx.typeDepth > 0) {
+        std::memcpy(grown, cx.typeStack, static_cast<size_t>(cx.typeDepth) * sizeof(uint32_t));
     }
-    cx.typeStack[cx.typeDepth++] = type;
-    if (cx.typeDepth > cx.typeHighWater) cx.typeHighWater = cx.typeDepth;
+    std::free(cx.typeStack);
+    cx.typeStack = grown;
+    cx.typeCapacity = capacity;
 }
-
-uint32_t PopType(CodeGenContext& cx) {
-    if (cx.typeDepth <= 0) return TYPE_SHORT;
-    return cx.typeStack[--cx.typeDepth];
-}
-
-void Emit(CodeGenContext& cx, std::initializer_list<uint32_t> words) { WriteWords(*cx.code, words); }
 
 // op.T with the operand sized by T.
 void EmitPushConstant(CodeGenContext& cx, uint32_t opcode, uint32_t type, double value, uint64_t longBits) {
