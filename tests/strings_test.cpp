@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -336,6 +337,50 @@ TEST(PtrArray, EntryAtTheCountIsAlwaysAddressableAndZero) {
         ASSERT_GT(array.reserved, array.count);
     }
     FreePtrArray(array);
+}
+
+TEST(PtrArray, TheInlinePushAgreesWithTheGeneralOneUnderStoresPastTheCountAndRollBacks) {
+    for (int32_t capacity : {0, 1, 8, 20}) {
+        PtrArray inlined{};
+        PtrArray general{};
+        InitPtrArray(inlined, capacity);
+        InitPtrArray(general, capacity);
+        uint32_t state = 2024u + static_cast<uint32_t>(capacity);
+        int32_t inlinePushes = 0;
+        for (int step = 0; step < 20000; step++) {
+            state = state * 1664525u + 1013904223u;
+            uint32_t choice = (state >> 8) % 100;
+            void* value = reinterpret_cast<void*>(static_cast<uintptr_t>(step + 1));
+            if (choice < 80) {
+                bool fast = inlined.count + 2 <= inlined.reserved && inlined.dirtyEnd <= inlined.count;
+                inlinePushes += fast ? 1 : 0;
+                ASSERT_EQ(PushPtr(inlined, value), PushPtrAny(general, value)) << step;
+            } else if (choice < 90) {
+                int32_t index = inlined.count + static_cast<int32_t>((state >> 20) % 6);
+                StorePtr(inlined, index, value);
+                StorePtr(general, index, value);
+            } else if (choice < 95) {
+                ClearPtrArrayTail(inlined);
+                ClearPtrArrayTail(general);
+            } else {
+                PtrArray before = inlined;
+                before.count = inlined.count / 2;
+                before.dirtyEnd = before.count;
+                RollBackPtrArray(inlined, before);
+                RollBackPtrArray(general, before);
+            }
+            ASSERT_EQ(inlined.count, general.count) << step;
+            ASSERT_EQ(inlined.dirtyEnd, general.dirtyEnd) << step;
+            ASSERT_EQ(inlined.lastGrowth, general.lastGrowth) << step;
+            ASSERT_EQ(inlined.reserved, general.reserved) << step;
+            int32_t end = std::max(inlined.count, inlined.dirtyEnd) + 1;
+            for (int32_t i = 0; i < end; i++) ASSERT_EQ(inlined.data[i], general.data[i]) << step << " at " << i;
+        }
+        // Both paths were taken many times.
+        EXPECT_GT(inlinePushes, 5000) << capacity;
+        FreePtrArray(inlined);
+        FreePtrArray(general);
+    }
 }
 
 TEST(PtrArray, ALargeArrayGrowsInPlaceAndEveryEarlierViewStaysReadable) {

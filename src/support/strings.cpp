@@ -356,7 +356,7 @@ void ClearPtrArrayTail(PtrArray& array) {
     array.dirtyEnd = array.count;
 }
 
-int32_t PushPtr(PtrArray& array, void* value) {
+int32_t PushPtrAny(PtrArray& array, void* value) {
     // One spare zero entry past count stays addressable for readers that look one too far. The
     // room comes first, so a push that cannot get its memory changes nothing.
     EnsureReserved(array, static_cast<int64_t>(array.count) + 2);

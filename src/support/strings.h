@@ -151,8 +151,21 @@ struct PtrArray {
 };
 
 void InitPtrArray(PtrArray& array, int32_t capacity);
-// Returns the index used.
-int32_t PushPtr(PtrArray& array, void* value);
+// Returns the index used. Handles every case; PushPtr below is its common case inline.
+int32_t PushPtrAny(PtrArray& array, void* value);
+// The same, inline when there is room for the entry and the spare one and nothing was written
+// past the count (every push of a compile's lists and names, nearly): exactly what PushPtrAny
+// does then.
+inline int32_t PushPtr(PtrArray& array, void* value) {
+    int32_t index = array.count;
+    if (static_cast<int64_t>(index) + 2 > array.reserved || array.dirtyEnd > index) return PushPtrAny(array, value);
+    int64_t grown = static_cast<int64_t>(array.capacity) * 3 / 2;
+    array.lastGrowth = array.capacity - index < 1 ? static_cast<int32_t>(grown > index + 1 ? grown : index + 1) : 0;
+    array.data[index] = value;
+    array.count = index + 1;
+    array.dirtyEnd = index + 1;
+    return index;
+}
 // Makes entries up to `index` addressable (zeroed), without changing count.
 void ReservePtrArray(PtrArray& array, int32_t index);
 // Wipes entries from count on, as a replacement by a fresh zeroed array does.
