@@ -217,7 +217,7 @@ static int64_t Room(const StringBuilder& builder) {
     return static_cast<int64_t>(builder.capacity) - builder.length - 1;
 }
 
-void ReserveText(StringBuilder& builder, uint32_t need) {
+void ReserveTextAny(StringBuilder& builder, uint32_t need) {
     if (static_cast<int64_t>(need) <= Room(builder)) return;
     int64_t base = builder.capacity != 0 ? builder.capacity : need;
     int64_t capacity = base * 3 / 2;

@@ -121,8 +121,14 @@ struct StringBuilder {
     uint32_t length;
 };
 
-// Grows by the builder's rule when `need` bytes do not fit beside the text and one spare byte.
-void ReserveText(StringBuilder& builder, uint32_t need);
+// Grows by the builder's rule when `need` bytes do not fit beside the text and one spare byte
+// (the growth is ReserveTextAny; the test is inline, as most requests fit).
+void ReserveTextAny(StringBuilder& builder, uint32_t need);
+inline void ReserveText(StringBuilder& builder, uint32_t need) {
+    if (static_cast<int64_t>(need) > static_cast<int64_t>(builder.capacity) - builder.length - 1) {
+        ReserveTextAny(builder, need);
+    }
+}
 // A null text appends nothing.
 void AppendText(StringBuilder& builder, const char* text);
 void AppendFormat(StringBuilder& builder, const char* format, ...) VELTJS_PRINTF(2, 3);
