@@ -226,6 +226,17 @@ TEST(StringBuilder, AppendTextGrowsByHalfAgainOrToFitTheNeed) {
     FreeStringBuilder(builder);
 }
 
+TEST(StringBuilder, ARequestOneByteLargerThanTheRoomGrowsTheBuilder) {
+    StringBuilder builder{};
+    AppendText(builder, "abc");          // capacity 6, room 6 - 3 - 1 = 2
+    ReserveText(builder, 2);
+    EXPECT_EQ(builder.capacity, 6);
+    ReserveText(builder, 3);             // 6 * 3 / 2 = 9
+    EXPECT_EQ(builder.capacity, 9);
+    EXPECT_STREQ(builder.text, "abc");
+    FreeStringBuilder(builder);
+}
+
 TEST(StringBuilder, AppendFormatOnEmptyBuilderReservesSixteen) {
     StringBuilder builder{};
     AppendFormat(builder, "%d", 7);      // want 16: 16 * 3 / 2 = 24
