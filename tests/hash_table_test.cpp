@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "state/process_state.h"
+#include "support/arena.h"
 #include "support/hash_table.h"
 #include "veltjs.h"
 
@@ -126,4 +127,43 @@ TEST(HashTable, IndexedTableAnswersAsTheChainsDo) {
     EXPECT_EQ(order, 20000 / 16);
     ClearHashTable(table);
     EXPECT_EQ(table.index, nullptr);
+}
+
+TEST(HashTable, ATableOfScratchEntriesChainsAsAHeapTableAndClearingFreesNothingOfTheScratch) {
+    Scratch scratch{};
+    HashTable onScratch{};
+    HashTable onHeap{};
+    InitHashTable(onScratch, 16, &scratch);
+    InitHashTable(onHeap, 16);
+    std::vector<int> values(300);
+    for (int i = 0; i < 300; i++) {
+        uint32_t hash = static_cast<uint32_t>((i % 120) * 0x9E3779B1u);
+        HashEntry* carved = HashInsertHashed(onScratch, hash, &values[i]);
+        HashInsertHashed(onHeap, hash, &values[i]);
+        // Carved from the scratch: the record it handed out last.
+        ASSERT_EQ(reinterpret_cast<uint8_t*>(carved) + ArenaRecordSize(sizeof(HashEntry)), scratch.next) << i;
+    }
+    ASSERT_EQ(onScratch.count, onHeap.count);
+    for (int32_t bucket = 0; bucket < 16; bucket++) {
+        HashEntry* a = onScratch.buckets[bucket].first;
+        HashEntry* b = onHeap.buckets[bucket].first;
+        for (; a && b; a = a->next, b = b->next) ASSERT_EQ(a->value, b->value) << bucket;
+        ASSERT_EQ(a, nullptr) << bucket;
+        ASSERT_EQ(b, nullptr) << bucket;
+    }
+    for (int i = 0; i < 120; i++) {
+        uint32_t hash = static_cast<uint32_t>(i * 0x9E3779B1u);
+        ASSERT_EQ(HashFindFirst(onScratch, hash)->value, HashFindFirst(onHeap, hash)->value) << i;
+    }
+    uint8_t* next = scratch.next;
+    ClearHashTable(onScratch);
+    ClearHashTable(onHeap);
+    EXPECT_EQ(onScratch.count, 0);
+    EXPECT_EQ(onScratch.buckets, nullptr);
+    EXPECT_EQ(scratch.next, next);
+    // The same table takes entries again after it was cleared.
+    HashInsertHashed(onScratch, 7u, &values[0]);
+    EXPECT_EQ(HashFindFirst(onScratch, 7u)->value, &values[0]);
+    ClearHashTable(onScratch);
+    ResetScratch(scratch);
 }

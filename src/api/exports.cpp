@@ -165,8 +165,8 @@ VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
         RecordUnknownError(unit);
     }
     EndStateMark(mark);
-    // The compile's scratch records (labels, branch sites, scope entries, accessor records) served
-    // it only.
+    // The compile's scratch records (labels, branch sites, scope entries, its tables' entries,
+    // accessor records) served it only.
     ResetScratch(State().compileScratch);
     return unit;
 }

@@ -83,8 +83,8 @@ void BeginCompile(CodeGenContext& cx, const char* scriptName, uint8_t topLevel) 
     cx.typeCapacity = kTypeStackEntries;
     cx.typeDepth = 0;
     cx.typeHighWater = 0;
-    InitHashTable(cx.labelTable, kLabelTableBuckets);
-    InitHashTable(cx.slotTable, kSlotTableBuckets);
+    InitHashTable(cx.labelTable, kLabelTableBuckets, &State().compileScratch);
+    InitHashTable(cx.slotTable, kSlotTableBuckets, &State().compileScratch);
 
     if (NameArray.count == 0) {
         AddVarRecordWithoutSite("prototype", kPatchSelf);

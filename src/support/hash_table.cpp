@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "support/arena.h"
 #include "support/strings.h"
 
 namespace {
@@ -74,23 +75,26 @@ void UpdateIndex(HashTable& table, HashEntry* entry) {
 
 }  // namespace
 
-void InitHashTable(HashTable& table, int32_t bucketCount) {
+void InitHashTable(HashTable& table, int32_t bucketCount, Scratch* entries) {
     // The buckets come with the first entry: most of a compile's tables (a scope's slots, its
     // functions) never get one.
     table.buckets = nullptr;
     table.mask = bucketCount - 1;
     table.count = 0;
+    table.entries = entries;
     table.index = nullptr;
     table.indexMask = 0;
     table.indexUsed = 0;
 }
 
 HashEntry* HashInsertHashed(HashTable& table, uint32_t hash, void* value) {
-    HashEntry* entry = static_cast<HashEntry*>(CheckedMalloc(sizeof(HashEntry)));
+    HashEntry* entry = static_cast<HashEntry*>(table.entries ? ScratchAllocate(*table.entries, sizeof(HashEntry))
+                                                             : CheckedMalloc(sizeof(HashEntry)));
     if (!table.buckets) {
         table.buckets = static_cast<HashBucket*>(TryCalloc(static_cast<size_t>(table.mask) + 1, sizeof(HashBucket)));
         if (!table.buckets) {
-            std::free(entry);
+            // A scratch record stays unused until the scratch is taken back.
+            if (!table.entries) std::free(entry);
             throw std::bad_alloc();
         }
     }
@@ -125,15 +129,19 @@ void ClearHashTable(HashTable& table) {
     table.indexMask = 0;
     table.indexUsed = 0;
     if (!table.buckets) return;
-    for (int32_t index = table.mask; index >= 0; index--) {
-        HashBucket& bucket = table.buckets[index];
-        HashEntry* entry = bucket.first;
-        bucket.first = bucket.last = nullptr;
-        while (entry) {
-            HashEntry* next = entry->next;
-            std::free(entry);
-            table.count--;
-            entry = next;
+    if (table.entries) {
+        table.count = 0;
+    } else {
+        for (int32_t index = table.mask; index >= 0; index--) {
+            HashBucket& bucket = table.buckets[index];
+            HashEntry* entry = bucket.first;
+            bucket.first = bucket.last = nullptr;
+            while (entry) {
+                HashEntry* next = entry->next;
+                std::free(entry);
+                table.count--;
+                entry = next;
+            }
         }
     }
     std::free(table.buckets);

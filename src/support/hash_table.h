@@ -22,10 +22,15 @@ struct HashIndexSlot {
     HashEntry* entry;   // null: empty
 };
 
+struct Scratch;
+
 struct HashTable {
     HashBucket* buckets;
     int32_t mask;
     int32_t count;
+    // Where the entries are carved: a compile's scratch records for the tables of a compile, which
+    // it clears before its scratch is taken back; null for a heap block per entry.
+    Scratch* entries;
     // Made once the table holds more than a few entries per bucket; null before, and whenever
     // there was no memory for it (lookups then walk the chains, with the same answers).
     HashIndexSlot* index;
@@ -34,13 +39,14 @@ struct HashTable {
 };
 
 // bucketCount must be a power of two. Allocates nothing: the buckets come with the first entry
-// (`buckets` is null until then), so it never throws.
-void InitHashTable(HashTable& table, int32_t bucketCount);
+// (`buckets` is null until then), so it never throws. With `entries`, the entries are that
+// scratch's records.
+void InitHashTable(HashTable& table, int32_t bucketCount, Scratch* entries = nullptr);
 // Appends at the tail of the hash's bucket; no duplicate check. (HashInsert, which hashes a name
 // with NameHash, belongs to the process state.) Either throws with nothing changed or completes.
 HashEntry* HashInsertHashed(HashTable& table, uint32_t hash, void* value);
 // The first entry of the bucket whose hash equals, or null.
 HashEntry* HashFindFirst(const HashTable& table, uint32_t hash);
-// Detaches every chain from the last bucket down, frees the entries (not their values), the
-// index and the bucket array.
+// Detaches every chain from the last bucket down, frees the entries unless they are scratch
+// records (never their values), the index and the bucket array.
 void ClearHashTable(HashTable& table);
