@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <vector>
 
@@ -129,23 +130,25 @@ TEST(HashTable, IndexedTableAnswersAsTheChainsDo) {
     EXPECT_EQ(table.index, nullptr);
 }
 
-TEST(HashTable, ATableOfScratchEntriesChainsAsAHeapTableAndClearingFreesNothingOfTheScratch) {
+TEST(HashTable, ATableOfPooledEntriesChainsAsAHeapTableAndItsClearedEntriesServeTheNextTable) {
     Scratch scratch{};
-    HashTable onScratch{};
+    HashEntryPool pool{&scratch, nullptr};
+    HashTable pooled{};
     HashTable onHeap{};
-    InitHashTable(onScratch, 16, &scratch);
+    InitHashTable(pooled, 16, &pool);
     InitHashTable(onHeap, 16);
     std::vector<int> values(300);
+    std::vector<HashEntry*> carved;
     for (int i = 0; i < 300; i++) {
         uint32_t hash = static_cast<uint32_t>((i % 120) * 0x9E3779B1u);
-        HashEntry* carved = HashInsertHashed(onScratch, hash, &values[i]);
+        carved.push_back(HashInsertHashed(pooled, hash, &values[i]));
         HashInsertHashed(onHeap, hash, &values[i]);
-        // Carved from the scratch: the record it handed out last.
-        ASSERT_EQ(reinterpret_cast<uint8_t*>(carved) + ArenaRecordSize(sizeof(HashEntry)), scratch.next) << i;
+        // A new scratch record: the last one the scratch handed out.
+        ASSERT_EQ(reinterpret_cast<uint8_t*>(carved.back()) + ArenaRecordSize(sizeof(HashEntry)), scratch.next) << i;
     }
-    ASSERT_EQ(onScratch.count, onHeap.count);
+    ASSERT_EQ(pooled.count, onHeap.count);
     for (int32_t bucket = 0; bucket < 16; bucket++) {
-        HashEntry* a = onScratch.buckets[bucket].first;
+        HashEntry* a = pooled.buckets[bucket].first;
         HashEntry* b = onHeap.buckets[bucket].first;
         for (; a && b; a = a->next, b = b->next) ASSERT_EQ(a->value, b->value) << bucket;
         ASSERT_EQ(a, nullptr) << bucket;
@@ -153,17 +156,30 @@ TEST(HashTable, ATableOfScratchEntriesChainsAsAHeapTableAndClearingFreesNothingO
     }
     for (int i = 0; i < 120; i++) {
         uint32_t hash = static_cast<uint32_t>(i * 0x9E3779B1u);
-        ASSERT_EQ(HashFindFirst(onScratch, hash)->value, HashFindFirst(onHeap, hash)->value) << i;
+        ASSERT_EQ(HashFindFirst(pooled, hash)->value, HashFindFirst(onHeap, hash)->value) << i;
     }
-    uint8_t* next = scratch.next;
-    ClearHashTable(onScratch);
+    ClearHashTable(pooled);
     ClearHashTable(onHeap);
-    EXPECT_EQ(onScratch.count, 0);
-    EXPECT_EQ(onScratch.buckets, nullptr);
+    EXPECT_EQ(pooled.count, 0);
+    EXPECT_EQ(pooled.buckets, nullptr);
+    // The next table takes the cleared entries, not new scratch records, and answers as before.
+    uint8_t* next = scratch.next;
+    HashTable following{};
+    InitHashTable(following, 8, &pool);
+    std::vector<HashEntry*> reused;
+    for (int i = 0; i < 300; i++) {
+        HashEntry* entry = HashInsertHashed(following, static_cast<uint32_t>(i), &values[i]);
+        ASSERT_NE(std::find(carved.begin(), carved.end(), entry), carved.end()) << i;
+        ASSERT_EQ(std::find(reused.begin(), reused.end(), entry), reused.end()) << i;
+        reused.push_back(entry);
+        ASSERT_EQ(HashFindFirst(following, static_cast<uint32_t>(i))->value, &values[i]) << i;
+    }
     EXPECT_EQ(scratch.next, next);
-    // The same table takes entries again after it was cleared.
-    HashInsertHashed(onScratch, 7u, &values[0]);
-    EXPECT_EQ(HashFindFirst(onScratch, 7u)->value, &values[0]);
-    ClearHashTable(onScratch);
+    EXPECT_EQ(pool.spare, nullptr);
+    // One more than were cleared is a new scratch record.
+    HashEntry* fresh = HashInsertHashed(following, 300u, &values[0]);
+    EXPECT_EQ(std::find(carved.begin(), carved.end(), fresh), carved.end());
+    EXPECT_EQ(reinterpret_cast<uint8_t*>(fresh) + ArenaRecordSize(sizeof(HashEntry)), scratch.next);
+    ClearHashTable(following);
     ResetScratch(scratch);
 }

@@ -96,6 +96,9 @@ struct CodeGenContext {
     // labels released so far and the branch sites of placed labels.
     SpareLabel* spareLabels;
     BranchSite* spareSites;
+    // Where the compile's tables (scopes, labels, slots, an object literal's accessors) take
+    // their entries.
+    HashEntryPool tableEntries;
 };
 
 // The flags of a FunctionRecord that the scopes keep.

@@ -83,8 +83,9 @@ void BeginCompile(CodeGenContext& cx, const char* scriptName, uint8_t topLevel) 
     cx.typeCapacity = kTypeStackEntries;
     cx.typeDepth = 0;
     cx.typeHighWater = 0;
-    InitHashTable(cx.labelTable, kLabelTableBuckets, &State().compileScratch);
-    InitHashTable(cx.slotTable, kSlotTableBuckets, &State().compileScratch);
+    cx.tableEntries = HashEntryPool{&State().compileScratch, nullptr};
+    InitHashTable(cx.labelTable, kLabelTableBuckets, &cx.tableEntries);
+    InitHashTable(cx.slotTable, kSlotTableBuckets, &cx.tableEntries);
 
     if (NameArray.count == 0) {
         AddVarRecordWithoutSite("prototype", kPatchSelf);
@@ -131,6 +132,8 @@ void CleanUpContext(CodeGenContext& cx) {
     FreeTargets(cx.continueTargets);
     FreeTargets(cx.breakTargets);
     while (cx.scopes.count > 0) PopScope(cx);
+    // Every table of the compile is cleared: its entries go with the scratch.
+    cx.tableEntries.spare = nullptr;
     std::free(cx.typeStack);
     cx.typeStack = nullptr;
     cx.typeDepth = cx.typeCapacity = 0;

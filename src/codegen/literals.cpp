@@ -81,7 +81,7 @@ void CompileAccessorFunction(CodeGenContext& cx, Node* accessor, const char* pre
 void CompileObjectLiteral(CodeGenContext& cx, Node* node) {
     uint32_t count = 0;
     HashTable accessors{};
-    InitHashTable(accessors, kAccessorBuckets, &State().compileScratch);
+    InitHashTable(accessors, kAccessorBuckets, &cx.tableEntries);
     try {
         for (Node* child = node->first; child; child = child->next) {
             if (child->kind == LEX_GETTER || child->kind == LEX_SETTER) {

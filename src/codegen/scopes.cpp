@@ -173,9 +173,9 @@ ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function) {
     ScopeRecord* scope = static_cast<ScopeRecord*>(CheckedCalloc(1, sizeof(ScopeRecord)));
     scope->prefixBefore = cx.qualifierPrefix.length;
     try {
-        InitHashTable(scope->vars, kScopeBuckets, &State().compileScratch);
-        InitHashTable(scope->slots, kScopeBuckets, &State().compileScratch);
-        InitHashTable(scope->extra, kScopeBuckets, &State().compileScratch);
+        InitHashTable(scope->vars, kScopeBuckets, &cx.tableEntries);
+        InitHashTable(scope->slots, kScopeBuckets, &cx.tableEntries);
+        InitHashTable(scope->extra, kScopeBuckets, &cx.tableEntries);
         scope->function = function;
         if (const char* declared = QualifierOf(function)) {
             AppendText(cx.qualifierPrefix, declared);

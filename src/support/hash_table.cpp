@@ -73,9 +73,29 @@ void UpdateIndex(HashTable& table, HashEntry* entry) {
     IndexEntry(table.index, table.indexMask, entry, &table.indexUsed);
 }
 
+// A heap block, or an entry of the table's pool: a cleared table's, else a new scratch record.
+HashEntry* NewEntry(HashTable& table) {
+    if (!table.entries) return static_cast<HashEntry*>(CheckedMalloc(sizeof(HashEntry)));
+    HashEntryPool& pool = *table.entries;
+    if (HashEntry* entry = pool.spare) {
+        pool.spare = entry->next;
+        return entry;
+    }
+    return static_cast<HashEntry*>(ScratchAllocate(*pool.scratch, sizeof(HashEntry)));
+}
+
+void GiveBack(HashTable& table, HashEntry* entry) {
+    if (!table.entries) {
+        std::free(entry);
+        return;
+    }
+    entry->next = table.entries->spare;
+    table.entries->spare = entry;
+}
+
 }  // namespace
 
-void InitHashTable(HashTable& table, int32_t bucketCount, Scratch* entries) {
+void InitHashTable(HashTable& table, int32_t bucketCount, HashEntryPool* entries) {
     // The buckets come with the first entry: most of a compile's tables (a scope's slots, its
     // functions) never get one.
     table.buckets = nullptr;
@@ -88,13 +108,11 @@ void InitHashTable(HashTable& table, int32_t bucketCount, Scratch* entries) {
 }
 
 HashEntry* HashInsertHashed(HashTable& table, uint32_t hash, void* value) {
-    HashEntry* entry = static_cast<HashEntry*>(table.entries ? ScratchAllocate(*table.entries, sizeof(HashEntry))
-                                                             : CheckedMalloc(sizeof(HashEntry)));
+    HashEntry* entry = NewEntry(table);
     if (!table.buckets) {
         table.buckets = static_cast<HashBucket*>(TryCalloc(static_cast<size_t>(table.mask) + 1, sizeof(HashBucket)));
         if (!table.buckets) {
-            // A scratch record stays unused until the scratch is taken back.
-            if (!table.entries) std::free(entry);
+            GiveBack(table, entry);
             throw std::bad_alloc();
         }
     }
@@ -129,19 +147,15 @@ void ClearHashTable(HashTable& table) {
     table.indexMask = 0;
     table.indexUsed = 0;
     if (!table.buckets) return;
-    if (table.entries) {
-        table.count = 0;
-    } else {
-        for (int32_t index = table.mask; index >= 0; index--) {
-            HashBucket& bucket = table.buckets[index];
-            HashEntry* entry = bucket.first;
-            bucket.first = bucket.last = nullptr;
-            while (entry) {
-                HashEntry* next = entry->next;
-                std::free(entry);
-                table.count--;
-                entry = next;
-            }
+    for (int32_t index = table.mask; index >= 0; index--) {
+        HashBucket& bucket = table.buckets[index];
+        HashEntry* entry = bucket.first;
+        bucket.first = bucket.last = nullptr;
+        while (entry) {
+            HashEntry* next = entry->next;
+            GiveBack(table, entry);
+            table.count--;
+            entry = next;
         }
     }
     std::free(table.buckets);

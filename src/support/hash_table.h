@@ -24,13 +24,19 @@ struct HashIndexSlot {
 
 struct Scratch;
 
+// The entries of the tables of one compile: carved from its scratch records, and those of a table
+// cleared taken again by the next insertions, so the compile holds no more entries at once than
+// its open tables do. The compile clears its tables before its scratch is taken back.
+struct HashEntryPool {
+    Scratch* scratch;
+    HashEntry* spare;   // entries of cleared tables, linked through `next`
+};
+
 struct HashTable {
     HashBucket* buckets;
     int32_t mask;
     int32_t count;
-    // Where the entries are carved: a compile's scratch records for the tables of a compile, which
-    // it clears before its scratch is taken back; null for a heap block per entry.
-    Scratch* entries;
+    HashEntryPool* entries;   // null: a heap block per entry
     // Made once the table holds more than a few entries per bucket; null before, and whenever
     // there was no memory for it (lookups then walk the chains, with the same answers).
     HashIndexSlot* index;
@@ -39,14 +45,14 @@ struct HashTable {
 };
 
 // bucketCount must be a power of two. Allocates nothing: the buckets come with the first entry
-// (`buckets` is null until then), so it never throws. With `entries`, the entries are that
-// scratch's records.
-void InitHashTable(HashTable& table, int32_t bucketCount, Scratch* entries = nullptr);
+// (`buckets` is null until then), so it never throws. With `entries`, the entries come from that
+// pool.
+void InitHashTable(HashTable& table, int32_t bucketCount, HashEntryPool* entries = nullptr);
 // Appends at the tail of the hash's bucket; no duplicate check. (HashInsert, which hashes a name
 // with NameHash, belongs to the process state.) Either throws with nothing changed or completes.
 HashEntry* HashInsertHashed(HashTable& table, uint32_t hash, void* value);
 // The first entry of the bucket whose hash equals, or null.
 HashEntry* HashFindFirst(const HashTable& table, uint32_t hash);
-// Detaches every chain from the last bucket down, frees the entries unless they are scratch
-// records (never their values), the index and the bucket array.
+// Detaches every chain from the last bucket down, frees the entries (or gives them back to their
+// pool; never their values), the index and the bucket array.
 void ClearHashTable(HashTable& table);
