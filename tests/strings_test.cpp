@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -267,10 +268,11 @@ TEST(StringBuilder, LongFormattedTextIsKeptWhole) {
 
 TEST(StringBuilder, FormatDecimalSpellsANumberAsPercentDDoes) {
     std::vector<int32_t> values = {0, 1, -1, 9, 10, -10, 99, 100, 123456789, INT32_MAX, INT32_MIN, INT32_MIN + 1};
-    uint32_t state = 12345;
+    std::mt19937 random(12345);
+    std::uniform_int_distribution<int> shift(0, 30);
     for (int i = 0; i < 10000; i++) {
-        state = state * 1664525u + 1013904223u;
-        values.push_back(static_cast<int32_t>(state) >> (state % 31));
+        // Numbers of every length: random bits shifted down by a random amount.
+        values.push_back(static_cast<int32_t>(random()) >> shift(random));
     }
     for (int32_t value : values) {
         char expected[16];
@@ -356,18 +358,19 @@ TEST(PtrArray, TheInlinePushAgreesWithTheGeneralOneUnderStoresPastTheCountAndRol
         PtrArray general{};
         InitPtrArray(inlined, capacity);
         InitPtrArray(general, capacity);
-        uint32_t state = 2024u + static_cast<uint32_t>(capacity);
+        std::mt19937 random(2024u + static_cast<uint32_t>(capacity));
+        std::uniform_int_distribution<int> percent(0, 99);
+        std::uniform_int_distribution<int32_t> pastTheCount(0, 5);
         int32_t inlinePushes = 0;
         for (int step = 0; step < 20000; step++) {
-            state = state * 1664525u + 1013904223u;
-            uint32_t choice = (state >> 8) % 100;
+            int choice = percent(random);
             void* value = reinterpret_cast<void*>(static_cast<uintptr_t>(step + 1));
             if (choice < 80) {
                 bool fast = inlined.count + 2 <= inlined.reserved && inlined.dirtyEnd <= inlined.count;
                 inlinePushes += fast ? 1 : 0;
                 ASSERT_EQ(PushPtr(inlined, value), PushPtrAny(general, value)) << step;
             } else if (choice < 90) {
-                int32_t index = inlined.count + static_cast<int32_t>((state >> 20) % 6);
+                int32_t index = inlined.count + pastTheCount(random);
                 StorePtr(inlined, index, value);
                 StorePtr(general, index, value);
             } else if (choice < 95) {

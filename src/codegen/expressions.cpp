@@ -184,8 +184,7 @@ __attribute__((noinline)) const char* AnonymousFunctionName(CodeGenContext& cx, 
     DecimalText line = FormatDecimal(node->position ? node->position->line : 0);
     DecimalText counter = FormatDecimal(CodeGenState().anonymousCounter++);
     StringBuilder name{};
-    AppendPieces(name, {"__", cx.scriptName ? cx.scriptName : "", "_", {line.text, line.length}, "__anonfn",
-                        {counter.text, counter.length}});
+    AppendPieces(name, {"__", cx.scriptName ? cx.scriptName : "", "_", ViewOf(line), "__anonfn", ViewOf(counter)});
     return name.text;
 }
 

@@ -31,7 +31,7 @@ __attribute__((noinline)) AccessorRecord* NewAccessorRecord(const char* name) {
 __attribute__((noinline)) const char* AccessorFunctionName(const char* prefix) {
     DecimalText counter = FormatDecimal(CodeGenState().accessorCounter++);
     StringBuilder name{};
-    AppendPieces(name, {"__", prefix, {counter.text, counter.length}});
+    AppendPieces(name, {"__", prefix, ViewOf(counter)});
     return name.text;
 }
 

@@ -85,6 +85,12 @@ int32_t Recall(const char* text, uint32_t hash) {
     return id < NameArray.count && IdHolds(id, text) ? id : -1;
 }
 
+// Whether the catch-up below has anything to do: the index is stale after a host's placement, not
+// made yet, or short of the table's count.
+bool IndexIsBehind(const NameIndex& index) {
+    return index.stale || !index.slots || index.indexed < NameArray.count;
+}
+
 // Indexes the entries pushed since the last catch-up; `known` is the hash of `knownText`, which
 // saves hashing the entry just pushed again.
 void CatchUp(NameIndex& index, const char* knownText = nullptr, uint32_t known = 0) {
@@ -130,7 +136,7 @@ int32_t FindName(const char* text) { return FindName(HashedText{text, TextHash(t
 int32_t FindName(const HashedText& text) {
     NameIndex& index = State().nameIndex;
     // Nearly always the index is current: only a push or a host's placement puts it behind.
-    if (index.stale || !index.slots || index.indexed < NameArray.count) CatchUp(index);
+    if (IndexIsBehind(index)) CatchUp(index);
     int32_t id = Recall(text.text, text.hash);
     if (id >= 0) return id;
     id = Lookup(index, text.text, text.hash);

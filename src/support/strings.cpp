@@ -213,12 +213,8 @@ static void GrowTo(StringBuilder& builder, int64_t capacity) {
     builder.capacity = static_cast<int32_t>(capacity);
 }
 
-static int64_t Room(const StringBuilder& builder) {
-    return static_cast<int64_t>(builder.capacity) - builder.length - 1;
-}
-
 void ReserveTextAny(StringBuilder& builder, uint32_t need) {
-    if (static_cast<int64_t>(need) <= Room(builder)) return;
+    if (static_cast<int64_t>(need) <= BuilderRoom(builder)) return;
     int64_t base = builder.capacity != 0 ? builder.capacity : need;
     int64_t capacity = base * 3 / 2;
     if (capacity < static_cast<int64_t>(need) + builder.length) {
@@ -270,7 +266,7 @@ void AppendFormatV(StringBuilder& builder, const char* format, va_list args) {
     builder.text[builder.length] = '\0';
     int64_t minimum = formatLength > 32 ? formatLength : 32;
     for (;;) {
-        int64_t room = Room(builder);
+        int64_t room = BuilderRoom(builder);
         va_list attempt;
         va_copy(attempt, args);
         int result = std::vsnprintf(builder.text + builder.length, static_cast<size_t>(room), format, attempt);
@@ -286,7 +282,7 @@ void AppendFormatV(StringBuilder& builder, const char* format, va_list args) {
             return;
         }
         // Grow by the builder's rule until the known result fits, then format once more.
-        while (result >= Room(builder)) {
+        while (result >= BuilderRoom(builder)) {
             int64_t base = builder.capacity != 0 ? builder.capacity : minimum;
             int64_t capacity = base * 3 / 2;
             if (capacity < builder.length + minimum) capacity = (builder.length + minimum) * 3 / 2;
@@ -360,12 +356,9 @@ int32_t PushPtrAny(PtrArray& array, void* value) {
     // One spare zero entry past count stays addressable for readers that look one too far. The
     // room comes first, so a push that cannot get its memory changes nothing.
     EnsureReserved(array, static_cast<int64_t>(array.count) + 2);
-    array.lastGrowth = 0;
-    if (array.capacity - array.count < 1) {
-        int64_t grown = static_cast<int64_t>(array.capacity) * 3 / 2;
-        array.lastGrowth = static_cast<int32_t>(grown > array.count + 1 ? grown : array.count + 1);
-        ClearPtrArrayTail(array);
-    }
+    array.lastGrowth = ReallocatingPushGrowth(array);
+    // A push that reallocates gets a fresh zeroed array past the count.
+    if (array.lastGrowth != 0) ClearPtrArrayTail(array);
     int32_t index = array.count;
     array.data[index] = value;
     array.count++;

@@ -121,13 +121,15 @@ struct StringBuilder {
     uint32_t length;
 };
 
-// Grows by the builder's rule when `need` bytes do not fit beside the text and one spare byte
-// (the growth is ReserveTextAny; the test is inline, as most requests fit).
+// The bytes free beside the text and one spare byte.
+inline int64_t BuilderRoom(const StringBuilder& builder) {
+    return static_cast<int64_t>(builder.capacity) - builder.length - 1;
+}
+// Grows by the builder's rule when `need` bytes do not fit in its room (the growth is
+// ReserveTextAny; the test is inline, as most requests fit).
 void ReserveTextAny(StringBuilder& builder, uint32_t need);
 inline void ReserveText(StringBuilder& builder, uint32_t need) {
-    if (static_cast<int64_t>(need) > static_cast<int64_t>(builder.capacity) - builder.length - 1) {
-        ReserveTextAny(builder, need);
-    }
+    if (static_cast<int64_t>(need) > BuilderRoom(builder)) ReserveTextAny(builder, need);
 }
 // A null text appends nothing.
 void AppendText(StringBuilder& builder, const char* text);
@@ -139,6 +141,7 @@ struct DecimalText {
     uint32_t length;
 };
 DecimalText FormatDecimal(int32_t value);
+inline std::string_view ViewOf(const DecimalText& decimal) { return {decimal.text, decimal.length}; }
 // Appends the pieces one after another, reserving room for all of them at once.
 void AppendPieces(StringBuilder& builder, std::initializer_list<std::string_view> pieces);
 void FreeStringBuilder(StringBuilder& builder);
@@ -157,6 +160,13 @@ struct PtrArray {
 };
 
 void InitPtrArray(PtrArray& array, int32_t capacity);
+// The `lastGrowth` of a push onto the array as it is: the entries a reallocating push would
+// allocate, or 0 for a push within the first `capacity` entries.
+inline int32_t ReallocatingPushGrowth(const PtrArray& array) {
+    if (array.capacity - array.count >= 1) return 0;
+    int64_t grown = static_cast<int64_t>(array.capacity) * 3 / 2;
+    return static_cast<int32_t>(grown > array.count + 1 ? grown : array.count + 1);
+}
 // Returns the index used. Handles every case; PushPtr below is its common case inline.
 int32_t PushPtrAny(PtrArray& array, void* value);
 // The same, inline when there is room for the entry and the spare one and nothing was written
@@ -165,8 +175,7 @@ int32_t PushPtrAny(PtrArray& array, void* value);
 inline int32_t PushPtr(PtrArray& array, void* value) {
     int32_t index = array.count;
     if (static_cast<int64_t>(index) + 2 > array.reserved || array.dirtyEnd > index) return PushPtrAny(array, value);
-    int64_t grown = static_cast<int64_t>(array.capacity) * 3 / 2;
-    array.lastGrowth = array.capacity - index < 1 ? static_cast<int32_t>(grown > index + 1 ? grown : index + 1) : 0;
+    array.lastGrowth = ReallocatingPushGrowth(array);
     array.data[index] = value;
     array.count = index + 1;
     array.dirtyEnd = index + 1;
