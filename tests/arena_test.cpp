@@ -168,6 +168,38 @@ TEST(Arena, BlocksDoubleFromTheFirstSizeToTheLargestAndTheLargestAreAligned) {
     EXPECT_EQ(arena.blockSize, kArenaLargestBlock);
 }
 
+// A parse that expects a tree of a largest block or more passes over the doubling; one that
+// expects less leaves it as it was.
+TEST(Arena, ExpectingALargestBlockOrMoreMakesTheNextBlockTheLargest) {
+    Arena fresh{};
+    ArenaExpect(fresh, kArenaLargestBlock - 1);
+    uint8_t* first = static_cast<uint8_t*>(ArenaAllocate(fresh, 16));
+    EXPECT_EQ(static_cast<size_t>(fresh.end - first), kArenaFirstBlock);
+    EXPECT_EQ(fresh.blockSize, 2 * kArenaFirstBlock);
+
+    Arena expecting{};
+    ArenaExpect(expecting, kArenaLargestBlock);
+    first = static_cast<uint8_t*>(ArenaAllocate(expecting, 16));
+    EXPECT_EQ(static_cast<size_t>(expecting.end - first), kArenaLargestBlock);
+#if defined(__linux__)
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(first) % kArenaLargestBlock, 0u);
+#endif
+
+    // An arena part way up the doubling: its current block is used to the end, and the next one
+    // is the largest.
+    Arena growing{};
+    ArenaAllocate(growing, 16);
+    uint8_t* currentEnd = growing.end;
+    ArenaExpect(growing, 3 * kArenaLargestBlock);
+    uint8_t* next = nullptr;
+    while (growing.end == currentEnd) {
+        uint8_t* record = static_cast<uint8_t*>(ArenaAllocate(growing, kArenaLargeRequest));
+        if (growing.end != currentEnd) next = record;
+        else EXPECT_LE(record + kArenaLargeRequest, currentEnd);
+    }
+    EXPECT_EQ(static_cast<size_t>(growing.end - next), kArenaLargestBlock);
+}
+
 TEST(Scratch, RecordsAreZeroedAlignedAndDistinctAndAResetHandsTheSameBytesOutAgain) {
     Scratch scratch{};
     std::vector<uint8_t*> first;
@@ -315,6 +347,36 @@ TEST(Scratch, TheLargestBlocksAreHugePagesEach) {
     uint8_t* whole = static_cast<uint8_t*>(ScratchAllocate(scratch, kArenaLargestBlock));
     whole[kArenaLargestBlock - 1] = 1;
     EXPECT_EQ(last[4095], 0x33);
+}
+
+// A compile that expects a largest block or more of scratch adds the largest blocks at once; the
+// blocks the scratch has are still used first.
+TEST(Scratch, ExpectingALargestBlockOrMoreMakesTheNewBlocksTheLargest) {
+    Scratch small{};
+    ScratchExpect(small, kArenaLargestBlock - 1);
+    std::vector<uint8_t*> records;
+    for (int i = 0; i < 32; i++) records.push_back(static_cast<uint8_t*>(ScratchAllocate(small, 4096)));
+    // 32 records of 4 KiB: the 64 KiB first block, then the 128 KiB one.
+    EXPECT_FALSE(AdvisedForHugePages(records.back()));
+    EXPECT_GT(records.back() - records.front(), static_cast<ptrdiff_t>(kArenaFirstBlock));
+
+    Scratch expecting{};
+    uint8_t* first = static_cast<uint8_t*>(ScratchAllocate(expecting, 4096));
+    ScratchExpect(expecting, kArenaLargestBlock);
+    // The first block (64 KiB) serves until it is full; the block after it is a huge page.
+    uint8_t* record = first;
+    for (size_t used = 4096; used + 4096 <= kArenaFirstBlock; used += 4096) {
+        record = static_cast<uint8_t*>(ScratchAllocate(expecting, 4096));
+    }
+    EXPECT_LT(record, first + kArenaFirstBlock);
+    uint8_t* next = static_cast<uint8_t*>(ScratchAllocate(expecting, 4096));
+    EXPECT_TRUE(next < first || next >= first + kArenaFirstBlock);
+    // A huge page whose block header alone comes before the record.
+    EXPECT_TRUE(AdvisedForHugePages(next));
+    EXPECT_LT(reinterpret_cast<uintptr_t>(next) % kArenaLargestBlock, 64u);
+    // A reset hands out the first block again.
+    ResetScratch(expecting);
+    EXPECT_EQ(static_cast<uint8_t*>(ScratchAllocate(expecting, 4096)), first);
 }
 #endif
 

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 
+#include "codegen/context.h"
 #include "parser/parser.h"
 #include "state/process_state.h"
 #include "veltjs.h"
@@ -26,6 +27,38 @@ TEST(Exports, ParsingAnEmptySourceGivesAnEmptyRootBlock) {
     EXPECT_EQ(ParserOf(unit)->root.first, nullptr);
     EXPECT_EQ(ParserOf(unit)->root.count, 0u);
     EXPECT_STREQ(unit->scriptName, "empty");
+}
+
+// A script whose tree can be expected to fill a largest block (16 bytes per source byte) has it
+// carved from the largest blocks from the start; a smaller one goes up the doubling as before.
+// The script is mostly a comment, so its tree alone would never get past the first blocks.
+TEST(Exports, AScriptOfAnEighthOfAMebibyteOrMoreStartsItsTreeInTheLargestBlocks) {
+    VeltJS_Init();
+    std::string small = "/*" + std::string(kArenaLargestBlock / kTreeBytesPerSourceByte - 20, '*') + "*/ var a = 1;";
+    ASSERT_LT(small.size() * kTreeBytesPerSourceByte, kArenaLargestBlock);
+    ASSERT_EQ(VeltJS_Parse(small.c_str(), "small.js", "small")->status, 0);
+    EXPECT_LT(State().records.blockSize, kArenaLargestBlock);
+
+    std::string large = "/*" + std::string(kArenaLargestBlock / kTreeBytesPerSourceByte, '*') + "*/ var a = 1;";
+    CompileUnit* unit = VeltJS_Parse(large.c_str(), "large.js", "large");
+    ASSERT_EQ(unit->status, 0);
+    EXPECT_EQ(State().records.blockSize, kArenaLargestBlock);
+    EXPECT_EQ(ParserOf(unit)->root.count, 1u);
+}
+
+// A compile of a script of a mebibyte or more takes its new scratch blocks at the largest size.
+TEST(Exports, ACompileOfAMebibyteOrMoreTakesTheLargestScratchBlocks) {
+    VeltJS_Init();
+    std::string small = "/*" + std::string(kArenaLargestBlock / kScratchBytesPerSourceByte - 20, '*') + "*/ var a = 1;";
+    ASSERT_LT(small.size() * kScratchBytesPerSourceByte, kArenaLargestBlock);
+    ASSERT_EQ(VeltJS_Compile(VeltJS_Parse(small.c_str(), "small.js", "small"), 0)->status, 0);
+    EXPECT_FALSE(State().compileScratch.largestBlocks);
+
+    std::string large = "/*" + std::string(kArenaLargestBlock / kScratchBytesPerSourceByte, '*') + "*/ var a = 1;";
+    CompileUnit* unit = VeltJS_Compile(VeltJS_Parse(large.c_str(), "large.js", "large"), 0);
+    ASSERT_EQ(unit->status, 0);
+    EXPECT_TRUE(State().compileScratch.largestBlocks);
+    EXPECT_GT(unit->codeSize, 0);
 }
 
 TEST(Exports, ScriptNameIsAPrivateCopy) {

@@ -12,6 +12,7 @@
 #include <sys/resource.h>
 #endif
 
+#include "helpers/mappings.h"
 #include "support/strings.h"
 
 TEST(RefString, NewStringStartsWithOneReference) {
@@ -396,6 +397,29 @@ TEST(PtrArray, TheInlinePushAgreesWithTheGeneralOneUnderStoresPastTheCountAndRol
         FreePtrArray(general);
     }
 }
+
+#if defined(__linux__)
+// From a quarter of a mebibyte on (32,768 entries and the two header words), an array grows into
+// address space of its own, which it fills with huge pages, rather than copying itself into heap
+// blocks of 512 KiB and 1 MiB that are faulted in 4 KiB at a time.
+TEST(PtrArray, AnArrayOfAQuarterMebibyteGrowsIntoAddressSpace) {
+    rlimit addressSpace{};
+    ASSERT_EQ(getrlimit(RLIMIT_AS, &addressSpace), 0);
+    if (addressSpace.rlim_cur != RLIM_INFINITY) GTEST_SKIP() << "the address space is limited";
+    PtrArray array{};
+    InitPtrArray(array, 8);
+    for (intptr_t i = 0; i < 16383; i++) PushPtr(array, reinterpret_cast<void*>(i + 1));
+    EXPECT_EQ(array.reserved, 16384);   // a heap block of 128 KiB and the header words
+    void** heapBlock = array.data;
+    PushPtr(array, reinterpret_cast<void*>(16384));
+    ASSERT_NE(array.data, heapBlock);
+    EXPECT_EQ(array.reserved, (1 << 27) - 2);
+    EXPECT_TRUE(AdvisedForHugePages(array.data));
+    for (intptr_t i = 0; i < 16384; i++) ASSERT_EQ(array.data[i], reinterpret_cast<void*>(i + 1));
+    for (intptr_t i = 0; i < 16383; i++) ASSERT_EQ(heapBlock[i], reinterpret_cast<void*>(i + 1));
+    FreePtrArray(array);
+}
+#endif
 
 TEST(PtrArray, ALargeArrayGrowsInPlaceAndEveryEarlierViewStaysReadable) {
     PtrArray array{};

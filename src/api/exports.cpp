@@ -103,6 +103,7 @@ VELTJS_API CompileUnit* VeltJS_Parse(const char* source, const char* fileName, c
         sourceText = NewArenaPaddedRefString(State().records, State().texts, source ? source : "", kSourcePadding);
         fileText = NewRefString(fileName ? fileName : "");
         lexer = MakeLexer(sourceText, fileText, State().records, State().texts);
+        ArenaExpect(State().records, static_cast<size_t>(lexer->length) * kTreeBytesPerSourceByte);
         Parser* parser = MakeParser(lexer);
         while (lexer->tokenKind != LEX_EOF) ParseStatement(parser, &parser->root);
         unit->parser = parser;
@@ -136,7 +137,10 @@ VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
     try {
         BeginCompile(cx, unit->scriptName, topLevel);
         Parser* parser = static_cast<Parser*>(unit->parser);
-        if (parser) CompileProgram(cx, parser->root.first);
+        if (parser) {
+            ScratchExpect(State().compileScratch, static_cast<size_t>(parser->lexer->length) * kScratchBytesPerSourceByte);
+            CompileProgram(cx, parser->root.first);
+        }
         VMBuffer* code = nullptr;
         VMBuffer* code2 = nullptr;
         EndCompile(cx, &code, &code2);

@@ -142,6 +142,10 @@ void* ArenaAllocateAny(Arena& arena, size_t size) {
     return std::memset(Carve(arena, size), 0, size);
 }
 
+void ArenaExpect(Arena& arena, size_t bytes) {
+    if (bytes >= kArenaLargestBlock) arena.blockSize = kArenaLargestBlock;
+}
+
 char* ArenaCopyTextAny(Arena& arena, const char* text, size_t length) {
     char* copy = reinterpret_cast<char*>(Carve(arena, length + 1));
     std::memcpy(copy, text, length);
@@ -272,7 +276,9 @@ void* ScratchAllocate(Scratch& scratch, size_t size) {
         // new one at its end, doubling up to the largest block size.
         ScratchBlock* following = scratch.current ? scratch.current->next : scratch.first;
         if (!following) {
-            size_t blockSize = scratch.current ? 2 * scratch.current->size : kArenaFirstBlock;
+            size_t blockSize = scratch.largestBlocks ? kArenaLargestBlock
+                               : scratch.current      ? 2 * scratch.current->size
+                                                      : kArenaFirstBlock;
             if (blockSize > kArenaLargestBlock) blockSize = kArenaLargestBlock;
             if (blockSize < size) blockSize = size;
             following = NewScratchBlock(blockSize, size);
@@ -290,6 +296,10 @@ void* ScratchAllocate(Scratch& scratch, size_t size) {
     uint8_t* record = scratch.next;
     scratch.next += size;
     return std::memset(record, 0, size);
+}
+
+void ScratchExpect(Scratch& scratch, size_t bytes) {
+    if (bytes >= kArenaLargestBlock) scratch.largestBlocks = true;
 }
 
 void ResetScratch(Scratch& scratch) {
