@@ -168,17 +168,17 @@ TEST(Arena, BlocksDoubleFromTheFirstSizeToTheLargestAndTheLargestAreAligned) {
     EXPECT_EQ(arena.blockSize, kArenaLargestBlock);
 }
 
-// A parse that expects a tree of a largest block or more passes over the doubling; one that
+// A parse that expects a tree of half a largest block or more passes over the doubling; one that
 // expects less leaves it as it was.
-TEST(Arena, ExpectingALargestBlockOrMoreMakesTheNextBlockTheLargest) {
+TEST(Arena, ExpectingHalfALargestBlockOrMoreMakesTheNextBlockTheLargest) {
     Arena fresh{};
-    ArenaExpect(fresh, kArenaLargestBlock - 1);
+    ArenaExpect(fresh, kArenaExpectedLarge - 1);
     uint8_t* first = static_cast<uint8_t*>(ArenaAllocate(fresh, 16));
     EXPECT_EQ(static_cast<size_t>(fresh.end - first), kArenaFirstBlock);
     EXPECT_EQ(fresh.blockSize, 2 * kArenaFirstBlock);
 
     Arena expecting{};
-    ArenaExpect(expecting, kArenaLargestBlock);
+    ArenaExpect(expecting, kArenaExpectedLarge);
     first = static_cast<uint8_t*>(ArenaAllocate(expecting, 16));
     EXPECT_EQ(static_cast<size_t>(expecting.end - first), kArenaLargestBlock);
 #if defined(__linux__)
@@ -349,11 +349,11 @@ TEST(Scratch, TheLargestBlocksAreHugePagesEach) {
     EXPECT_EQ(last[4095], 0x33);
 }
 
-// A compile that expects a largest block or more of scratch adds the largest blocks at once; the
-// blocks the scratch has are still used first.
-TEST(Scratch, ExpectingALargestBlockOrMoreMakesTheNewBlocksTheLargest) {
+// A compile that expects half a largest block or more of scratch adds the largest blocks at once;
+// the blocks the scratch has are still used first.
+TEST(Scratch, ExpectingHalfALargestBlockOrMoreMakesTheNewBlocksTheLargest) {
     Scratch small{};
-    ScratchExpect(small, kArenaLargestBlock - 1);
+    ScratchExpect(small, kArenaExpectedLarge - 1);
     std::vector<uint8_t*> records;
     for (int i = 0; i < 32; i++) records.push_back(static_cast<uint8_t*>(ScratchAllocate(small, 4096)));
     // 32 records of 4 KiB: the 64 KiB first block, then the 128 KiB one.
@@ -362,7 +362,7 @@ TEST(Scratch, ExpectingALargestBlockOrMoreMakesTheNewBlocksTheLargest) {
 
     Scratch expecting{};
     uint8_t* first = static_cast<uint8_t*>(ScratchAllocate(expecting, 4096));
-    ScratchExpect(expecting, kArenaLargestBlock);
+    ScratchExpect(expecting, kArenaExpectedLarge);
     // The first block (64 KiB) serves until it is full; the block after it is a huge page.
     uint8_t* record = first;
     for (size_t used = 4096; used + 4096 <= kArenaFirstBlock; used += 4096) {

@@ -29,32 +29,33 @@ TEST(Exports, ParsingAnEmptySourceGivesAnEmptyRootBlock) {
     EXPECT_STREQ(unit->scriptName, "empty");
 }
 
-// A script whose tree can be expected to fill a largest block (16 bytes per source byte) has it
-// carved from the largest blocks from the start; a smaller one goes up the doubling as before.
-// The script is mostly a comment, so its tree alone would never get past the first blocks.
-TEST(Exports, AScriptOfAnEighthOfAMebibyteOrMoreStartsItsTreeInTheLargestBlocks) {
+// A script whose tree can be expected to reach half a largest block (16 bytes per source byte)
+// has it carved from the largest blocks from the start; a smaller one goes up the doubling as
+// before. The script is mostly a comment, so its tree alone would never get past the first blocks.
+TEST(Exports, AScriptOf64KiBOrMoreStartsItsTreeInTheLargestBlocks) {
     VeltJS_Init();
-    std::string small = "/*" + std::string(kArenaLargestBlock / kTreeBytesPerSourceByte - 20, '*') + "*/ var a = 1;";
-    ASSERT_LT(small.size() * kTreeBytesPerSourceByte, kArenaLargestBlock);
+    std::string small = "/*" + std::string(kArenaExpectedLarge / kTreeBytesPerSourceByte - 20, '*') + "*/ var a = 1;";
+    ASSERT_LT(small.size() * kTreeBytesPerSourceByte, kArenaExpectedLarge);
     ASSERT_EQ(VeltJS_Parse(small.c_str(), "small.js", "small")->status, 0);
     EXPECT_LT(State().records.blockSize, kArenaLargestBlock);
 
-    std::string large = "/*" + std::string(kArenaLargestBlock / kTreeBytesPerSourceByte, '*') + "*/ var a = 1;";
+    std::string large = "/*" + std::string(kArenaExpectedLarge / kTreeBytesPerSourceByte, '*') + "*/ var a = 1;";
     CompileUnit* unit = VeltJS_Parse(large.c_str(), "large.js", "large");
     ASSERT_EQ(unit->status, 0);
     EXPECT_EQ(State().records.blockSize, kArenaLargestBlock);
     EXPECT_EQ(ParserOf(unit)->root.count, 1u);
 }
 
-// A compile of a script of a mebibyte or more takes its new scratch blocks at the largest size.
-TEST(Exports, ACompileOfAMebibyteOrMoreTakesTheLargestScratchBlocks) {
+// A compile of a script of half a mebibyte or more takes its new scratch blocks at the largest
+// size.
+TEST(Exports, ACompileOfHalfAMebibyteOrMoreTakesTheLargestScratchBlocks) {
     VeltJS_Init();
-    std::string small = "/*" + std::string(kArenaLargestBlock / kScratchBytesPerSourceByte - 20, '*') + "*/ var a = 1;";
-    ASSERT_LT(small.size() * kScratchBytesPerSourceByte, kArenaLargestBlock);
+    std::string small = "/*" + std::string(kArenaExpectedLarge / kScratchBytesPerSourceByte - 20, '*') + "*/ var a = 1;";
+    ASSERT_LT(small.size() * kScratchBytesPerSourceByte, kArenaExpectedLarge);
     ASSERT_EQ(VeltJS_Compile(VeltJS_Parse(small.c_str(), "small.js", "small"), 0)->status, 0);
     EXPECT_FALSE(State().compileScratch.largestBlocks);
 
-    std::string large = "/*" + std::string(kArenaLargestBlock / kScratchBytesPerSourceByte, '*') + "*/ var a = 1;";
+    std::string large = "/*" + std::string(kArenaExpectedLarge / kScratchBytesPerSourceByte, '*') + "*/ var a = 1;";
     CompileUnit* unit = VeltJS_Compile(VeltJS_Parse(large.c_str(), "large.js", "large"), 0);
     ASSERT_EQ(unit->status, 0);
     EXPECT_TRUE(State().compileScratch.largestBlocks);

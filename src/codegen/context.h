@@ -61,8 +61,8 @@ constexpr uint32_t kUnsetSlot = 0xFFFFFFFFu;
 // About the scratch records (labels, branch sites, scope entries, table entries) a compile takes
 // per source byte: realistic code takes 1.1 to 1.2, a function of many variables 2.8, flat
 // top-level functions 5. A compile tells the scratch to expect this much (ScratchExpect), so from
-// a script of a megabyte on its new blocks are the largest; the scratch's blocks serve every later
-// compile, so too high a guess costs at most one block once.
+// a script of half a megabyte on its new blocks are the largest; the scratch's blocks serve every
+// later compile, so too high a guess costs at most one block once.
 constexpr size_t kScratchBytesPerSourceByte = 2;
 
 struct VarEntry {

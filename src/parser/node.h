@@ -23,8 +23,8 @@ struct Node {
 
 // A low estimate of the tree a source byte makes, node and position records together: realistic
 // code makes a node (96 bytes with its position) for every 5 bytes or so, about 20 bytes. A parse
-// tells the arena to expect this much (ArenaExpect), so a large script's tree starts in the largest
-// blocks.
+// tells the arena to expect this much (ArenaExpect), so the tree of a script of 64 KiB or more
+// starts in the largest blocks.
 constexpr size_t kTreeBytesPerSourceByte = 16;
 
 // A node with the given kind that shares `text` and copies `position`.

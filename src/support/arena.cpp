@@ -143,7 +143,7 @@ void* ArenaAllocateAny(Arena& arena, size_t size) {
 }
 
 void ArenaExpect(Arena& arena, size_t bytes) {
-    if (bytes >= kArenaLargestBlock) arena.blockSize = kArenaLargestBlock;
+    if (bytes >= kArenaExpectedLarge) arena.blockSize = kArenaLargestBlock;
 }
 
 char* ArenaCopyTextAny(Arena& arena, const char* text, size_t length) {
@@ -299,7 +299,7 @@ void* ScratchAllocate(Scratch& scratch, size_t size) {
 }
 
 void ScratchExpect(Scratch& scratch, size_t bytes) {
-    if (bytes >= kArenaLargestBlock) scratch.largestBlocks = true;
+    if (bytes >= kArenaExpectedLarge) scratch.largestBlocks = true;
 }
 
 void ResetScratch(Scratch& scratch) {

@@ -47,10 +47,13 @@ constexpr size_t ArenaRecordSize(size_t size) {
 }
 
 // Tells the arena that about `bytes` more are coming (a parse knows its source's length before it
-// builds the tree). When that fills a largest block or more, the next block is a largest one at
-// once: the blocks of the doubling below it are faulted in 4 KiB at a time, which on a virtual
-// machine costs several times what 2 MiB pages cost per byte. Less than that changes nothing.
+// builds the tree). From kArenaExpectedLarge on, the next block is a largest one at once: the
+// blocks of the doubling below it are faulted in 4 KiB at a time, which on a virtual machine costs
+// several times what 2 MiB pages cost per byte. Less than that changes nothing.
 void ArenaExpect(Arena& arena, size_t bytes);
+// What the doubling would reach its 1 MiB block with, through 960 KiB of smaller ones; a largest
+// block in their place makes at most 1 MiB more resident, once.
+constexpr size_t kArenaExpectedLarge = kArenaLargestBlock / 2;
 
 // The requests that fit the current block are carved inline below, as every node and token text
 // of a tree is; the ...Any routines do every case (and every request of the test build, which may
@@ -155,9 +158,9 @@ struct Scratch {
 
 // Throws std::bad_alloc, with the scratch unchanged, when a new block cannot be had.
 void* ScratchAllocate(Scratch& scratch, size_t size);
-// Tells the scratch that a compile will ask for about `bytes`; from a largest block up, the blocks
-// it has yet to add are the largest at once, as ArenaExpect does for an arena. The blocks it has
-// are used first, as always.
+// Tells the scratch that a compile will ask for about `bytes`; from kArenaExpectedLarge on, the
+// blocks it has yet to add are the largest at once, as ArenaExpect does for an arena. The blocks it
+// has are used first, as always.
 void ScratchExpect(Scratch& scratch, size_t bytes);
 // Every record handed out since the last reset is gone; the next request starts at the first block.
 void ResetScratch(Scratch& scratch);
