@@ -60,16 +60,36 @@ uint32_t CapacityFor(int32_t count) {
     return capacity;
 }
 
+// The index at twice its capacity, made from its own slots: they hold every hash of the table
+// with its first entry already, in one array, where the chains interleave the buckets' entries
+// across the pool (each chain's walk would touch every line of a large table's entries again).
+// False (index dropped) when there is no memory for it.
+bool GrowIndex(HashTable& table) {
+    uint32_t capacity = (table.indexMask + 1) * 2;
+    HashIndexSlot* slots = static_cast<HashIndexSlot*>(TryCalloc(capacity, sizeof(HashIndexSlot)));
+    HashIndexSlot* old = table.index;
+    uint32_t oldCapacity = table.indexMask + 1;
+    table.index = slots;
+    table.indexMask = capacity - 1;
+    if (slots) {
+        for (uint32_t at = 0; at < oldCapacity; at++) {
+            if (old[at].entry) *Probe(slots, table.indexMask, old[at].hash) = old[at];
+        }
+    } else {
+        table.indexMask = 0;
+        table.indexUsed = 0;
+    }
+    std::free(old);
+    return slots != nullptr;
+}
+
 // Keeps the index in step with an entry just linked in; never throws.
 void UpdateIndex(HashTable& table, HashEntry* entry) {
     if (!table.index) {
         if (table.count > (table.mask + 1) * kEntriesPerBucketBeforeIndex) Reindex(table, CapacityFor(table.count));
         return;
     }
-    if ((table.indexUsed + 1) * 2 > table.indexMask + 1) {
-        Reindex(table, (table.indexMask + 1) * 2);
-        return;
-    }
+    if ((table.indexUsed + 1) * 2 > table.indexMask + 1 && !GrowIndex(table)) return;
     IndexEntry(table.index, table.indexMask, entry, &table.indexUsed);
 }
 
@@ -147,6 +167,21 @@ void ClearHashTable(HashTable& table) {
     table.indexMask = 0;
     table.indexUsed = 0;
     if (!table.buckets) return;
+    if (HashEntryPool* pool = table.entries) {
+        // A chain is linked through `next` as the pool's spare entries are: each goes onto the
+        // spare list whole, without a walk along it.
+        for (int32_t index = table.mask; index >= 0; index--) {
+            HashBucket& bucket = table.buckets[index];
+            if (!bucket.first) continue;
+            bucket.last->next = pool->spare;
+            pool->spare = bucket.first;
+            bucket.first = bucket.last = nullptr;
+        }
+        table.count = 0;
+        std::free(table.buckets);
+        table.buckets = nullptr;
+        return;
+    }
     for (int32_t index = table.mask; index >= 0; index--) {
         HashBucket& bucket = table.buckets[index];
         HashEntry* entry = bucket.first;
