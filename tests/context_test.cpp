@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "helpers/compile_support.h"
 #include "state/process_state.h"
@@ -412,6 +414,33 @@ TEST(Scopes, QualifiedNameLosesAClosedScopesNameAndTakesTheNextOnes) {
     PopScope(t.cx);
     PopScope(t.cx);
     EXPECT_STREQ(QualifiedName(t.cx, "n")->text, "n");
+}
+
+// A qualified name's hash starts from the state the open scopes' prefix left, and must be its
+// plain hash however the scopes opened and closed before.
+TEST(Scopes, AQualifiedNameHashesAsItsWholeTextUnderEveryPrefix) {
+    TestCompile t;
+    std::vector<FunctionRecord> functions;
+    for (const char* name : {"g", "function_with_a_long_name", "abcdefg", "h", "abcdefgh_ijklmnop"}) {
+        functions.push_back(DeclaredFunction(name));
+    }
+    auto check = [&t](const char* name) {
+        WriteQualifiedName(t.cx, name, t.cx.nameScratch);
+        std::string text(t.cx.nameScratch.text, t.cx.nameScratch.length);
+        HashedText hashed = HashQualifiedName(t.cx, t.cx.nameScratch);
+        EXPECT_EQ(hashed.text, t.cx.nameScratch.text);
+        EXPECT_EQ(hashed.hash, TextHash(text.c_str(), text.size())) << text;
+    };
+    for (FunctionRecord& function : functions) {
+        PushScope(t.cx, &function);
+        for (const char* name : std::initializer_list<const char*>{"", "n", "local_name", "a_name_of_sixteen", nullptr}) check(name);
+    }
+    for (size_t i = 0; i + 1 < functions.size(); i++) {
+        PopScope(t.cx);
+        check("after_pop");
+    }
+    PushScope(t.cx, &functions.back());
+    check("pushed_again");
 }
 
 TEST(Scopes, QualifiedNameSkipsEmptyAndInvalidDeclaredNames) {

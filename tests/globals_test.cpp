@@ -96,6 +96,24 @@ TEST(NameTable, TextHashReadsEveryByteOfTextsOfEveryLengthAndTheTextAloneDecides
     EXPECT_NE(TextHash("ab", 2), TextHash("ab\0", 3));
 }
 
+// Qualified names are hashed from the state their shared beginning left: resumed from any such
+// state, and carried on in any steps, the hash is the plain one of the whole text.
+TEST(NameTable, TextHashResumedFromTheStateOfABeginningIsThePlainHash) {
+    std::mt19937 random(2026);
+    for (int round = 0; round < 2000; round++) {
+        std::string text;
+        size_t length = std::uniform_int_distribution<size_t>(0, 300)(random);
+        for (size_t i = 0; i < length; i++) text.push_back(static_cast<char>(std::uniform_int_distribution<int>(1, 255)(random)));
+        size_t first = std::uniform_int_distribution<size_t>(0, length)(random);
+        size_t second = std::uniform_int_distribution<size_t>(first, length)(random);
+        TextHashState state = TextHashWords(TextHashState{}, text.c_str(), first);
+        ASSERT_EQ(state.hashed, first & ~size_t{7}) << round;
+        ASSERT_EQ(TextHashFrom(state, text.c_str(), length), TextHash(text.c_str(), length)) << round;
+        state = TextHashWords(state, text.c_str(), second);
+        ASSERT_EQ(TextHashFrom(state, text.c_str(), length), TextHash(text.c_str(), length)) << round;
+    }
+}
+
 TEST(NameTable, LookupsAndPushesWithAKnownHashAgreeWithThePlainOnes) {
     VeltJS_Init();
     const std::vector<std::string>* texts = &LastingTexts(

@@ -77,6 +77,7 @@ struct ScopeRecord {
     HashTable extra;      // FunctionRecord: functions declared in this scope, by declared name
     FunctionRecord* function;
     uint32_t prefixBefore;   // the context's qualifier prefix length before this scope added to it
+    TextHashState prefixHashBefore;   // and the prefix's hash state then
 };
 
 struct CodeGenContext {
@@ -98,6 +99,7 @@ struct CodeGenContext {
     // Every open scope's declared function name followed by '@', outermost first: the part that
     // qualified names made in the innermost scope share.
     StringBuilder qualifierPrefix;
+    TextHashState qualifierHash;   // the prefix's whole words hashed, for every name it begins
     StackGuard guard;        // the recursion of this compile
     // Scratch records this compile is done with, reused before new ones are taken: the statement
     // labels released so far and the branch sites of placed labels.
@@ -219,6 +221,9 @@ VarEntry* DeclareSlot(CodeGenContext& cx, const char* name);
 RefString* QualifiedName(CodeGenContext& cx, const char* name);
 // The same text written into `out` (replacing what it held); valid until `out` is written again.
 const char* WriteQualifiedName(CodeGenContext& cx, const char* name, StringBuilder& out);
+// What WriteQualifiedName wrote into `written`, with its TextHash: the prefix's words are not
+// hashed again.
+HashedText HashQualifiedName(const CodeGenContext& cx, const StringBuilder& written);
 // Pushes a new scope (three 16-bucket tables) for `function`.
 ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function);
 // Unlinks the innermost scope and frees it; its FunctionRecord lives on.

@@ -42,8 +42,8 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
 
     // Built in the context's scratch text and copied into the name table when it is new; nothing
     // below writes the scratch text before that. Hashed once for both indexes.
-    const char* scratch = WriteQualifiedName(cx, name, cx.nameScratch);
-    HashedText qualified = HashText(scratch, cx.nameScratch.length);
+    WriteQualifiedName(cx, name, cx.nameScratch);
+    HashedText qualified = HashQualifiedName(cx, cx.nameScratch);
     Node* parameterList = node->next;
     Node* body = parameterList ? parameterList->next : nullptr;
     int32_t position = FindFunctionRecord(qualified);

@@ -44,8 +44,8 @@ uint32_t* NamePairs(CodeGenContext& cx, const HashTable& table) {
     for (int32_t bucket = 0; bucket <= table.mask; bucket++) {
         for (HashEntry* entry = table.buckets[bucket].first; entry; entry = entry->next) {
             const VarEntry* var = static_cast<const VarEntry*>(entry->value);
-            const char* qualified = WriteQualifiedName(cx, VarEntryText(var), cx.nameScratch);
-            int32_t qualifiedIndex = InternCopy(HashText(qualified, cx.nameScratch.length));
+            WriteQualifiedName(cx, VarEntryText(var), cx.nameScratch);
+            int32_t qualifiedIndex = InternCopy(HashQualifiedName(cx, cx.nameScratch));
             pairs[used * 2] = static_cast<uint32_t>(qualifiedIndex);
             pairs[used * 2 + 1] = static_cast<uint32_t>(InternName(VarEntryText(var)));
             used++;
@@ -134,10 +134,12 @@ const char* QualifierOf(const FunctionRecord* record) {
     return declared && declared[0] ? declared : nullptr;
 }
 
-void TruncatePrefix(CodeGenContext& cx, uint32_t length) {
+// Back to what the prefix was before `scope` added to it.
+void TruncatePrefix(CodeGenContext& cx, const ScopeRecord* scope) {
+    cx.qualifierHash = scope->prefixHashBefore;
     if (!cx.qualifierPrefix.text) return;
-    cx.qualifierPrefix.length = length;
-    cx.qualifierPrefix.text[length] = '\0';
+    cx.qualifierPrefix.length = scope->prefixBefore;
+    cx.qualifierPrefix.text[scope->prefixBefore] = '\0';
 }
 
 }  // namespace
@@ -158,6 +160,10 @@ const char* WriteQualifiedName(CodeGenContext& cx, const char* name, StringBuild
     return out.text;
 }
 
+HashedText HashQualifiedName(const CodeGenContext& cx, const StringBuilder& written) {
+    return {written.text, TextHashFrom(cx.qualifierHash, written.text, written.length)};
+}
+
 RefString* QualifiedName(CodeGenContext& cx, const char* name) {
     StringBuilder text{};
     try {
@@ -172,6 +178,7 @@ RefString* QualifiedName(CodeGenContext& cx, const char* name) {
 ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function) {
     ScopeRecord* scope = static_cast<ScopeRecord*>(CheckedCalloc(1, sizeof(ScopeRecord)));
     scope->prefixBefore = cx.qualifierPrefix.length;
+    scope->prefixHashBefore = cx.qualifierHash;
     try {
         InitHashTable(scope->vars, kScopeBuckets, &cx.tableEntries);
         InitHashTable(scope->slots, kScopeBuckets, &cx.tableEntries);
@@ -180,10 +187,11 @@ ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function) {
         if (const char* declared = QualifierOf(function)) {
             AppendText(cx.qualifierPrefix, declared);
             AppendText(cx.qualifierPrefix, "@");
+            cx.qualifierHash = TextHashWords(cx.qualifierHash, cx.qualifierPrefix.text, cx.qualifierPrefix.length);
         }
         ListPush(cx.scopes, scope);
     } catch (...) {
-        TruncatePrefix(cx, scope->prefixBefore);
+        TruncatePrefix(cx, scope);
         FreeScope(scope);
         throw;
     }
@@ -200,7 +208,7 @@ void FreeScope(ScopeRecord* scope) {
 void PopScope(CodeGenContext& cx) {
     ScopeRecord* scope = static_cast<ScopeRecord*>(ListPop(cx.scopes));
     if (!scope) return;
-    TruncatePrefix(cx, scope->prefixBefore);
+    TruncatePrefix(cx, scope);
     FreeScope(scope);
 }
 

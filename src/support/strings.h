@@ -67,6 +67,21 @@ inline void ReleaseRefString(RefString* string) {
 uint32_t TextHash(const char* text, size_t length);
 uint32_t TextHash(const char* text);
 
+// TextHash in two steps, for texts that begin alike: qualified names begin with the joined names
+// of their enclosing functions, thousands of characters deep in nested code, and the state after
+// those is taken once. The state has taken the whole eight-byte words of a text's first `hashed`
+// bytes; a zeroed state has taken nothing.
+struct TextHashState {
+    uint64_t hash;
+    size_t hashed;   // a multiple of 8
+};
+// `state`, taken over the first state.hashed bytes of `text`, carried on over its whole words up
+// to `length`.
+TextHashState TextHashWords(TextHashState state, const char* text, size_t length);
+// TextHash of the `length` bytes of `text` (its strlen), of whose first state.hashed bytes
+// `state` was taken.
+uint32_t TextHashFrom(TextHashState state, const char* text, size_t length);
+
 // The token texts of one parse that some node took lately, found by content, so that a later
 // token with the same text shares that record instead of copying it (an identifier used a thousand
 // times is one record and one text). A cache, not an index: each text has one slot, chosen by its
