@@ -1,6 +1,12 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
+#if defined(__linux__)
+#include <sys/mman.h>
+#include <unistd.h>
+#endif
 
+#include <cstdint>
+#include <cstdlib>
 #include <string>
 
 #include "lexer/source_reader.h"
@@ -218,3 +224,30 @@ TEST(Node, DumpOfDeepChainUsesNoHostRecursion) {
 }
 
 }  // namespace
+
+// The compile asks for the memory some ten nodes past the one it reads (PrefetchNodesAhead), so at
+// the last node of the arena's last block that is memory no one may read. Asking must not fault
+// there: a node at the end of a mapping whose next pages are inaccessible.
+TEST(Node, AskingForTheMemoryAheadOfTheLastNodeOfAMappingDoesNotFault) {
+#if defined(__linux__)
+    size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    ASSERT_GT(page, kNodePrefetchDistance / 4);
+    size_t pages = 2 + (kNodePrefetchDistance + 64) / page;
+    void* mapping = mmap(nullptr, pages * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(mapping, MAP_FAILED);
+    uint8_t* base = static_cast<uint8_t*>(mapping);
+    ASSERT_EQ(mprotect(base + page, (pages - 1) * page, PROT_NONE), 0);
+    Node* last = reinterpret_cast<Node*>(base + page - sizeof(Node));
+    *last = Node{};
+    last->kind = 123;
+    EXPECT_EXIT(
+        {
+            PrefetchNodesAhead(last);
+            std::exit(last->kind == 123 ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+    munmap(mapping, pages * page);
+#else
+    GTEST_SKIP() << "needs a mapping with inaccessible pages";
+#endif
+}

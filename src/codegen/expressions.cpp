@@ -247,6 +247,7 @@ void EmitPushUndefined(CodeGenContext& cx) {
 }
 
 void CompileExpression(CodeGenContext& cx, Node* node, bool withScope, int32_t* mode) {
+    PrefetchNodesAhead(node);
     NestingLevel nesting(cx.guard, node->position, kMaxCompileNesting);
     int32_t localMode = VarUnknown;
     if (!mode) mode = &localMode;

@@ -437,6 +437,7 @@ void RecordPosition(CodeGenContext& cx, const Node* node) {
 }  // namespace
 
 void CompileStatement(CodeGenContext& cx, Node* node, int flag) {
+    PrefetchNodesAhead(node);
     NestingLevel nesting(cx.guard, node->position, kMaxCompileNesting);
     CurrentStatement current(cx, node);
     RecordPosition(cx, node);

@@ -27,6 +27,19 @@ struct Node {
 // starts in the largest blocks.
 constexpr size_t kTreeBytesPerSourceByte = 16;
 
+// A walk that reads a tree long after the parse wrote it (the compile) reads nodes in about the
+// order the parser carved them from the arena, each node followed by its position record: 96
+// bytes a node. A large script's tree is far larger than the processor's caches, so the first read
+// of each node waited for memory; asking, at each node, for the two cache lines some ten nodes
+// further on in the arena has them there in time. A prefetch never faults, past the end of a block
+// or of a mapping included, and changes nothing but when memory is read.
+constexpr uintptr_t kNodePrefetchDistance = 1024;
+inline void PrefetchNodesAhead(const Node* node) {
+    uintptr_t ahead = reinterpret_cast<uintptr_t>(node) + kNodePrefetchDistance;
+    __builtin_prefetch(reinterpret_cast<const void*>(ahead));
+    __builtin_prefetch(reinterpret_cast<const void*>(ahead + 64));
+}
+
 // A node with the given kind that shares `text` and copies `position`.
 Node* MakeNode(uint32_t kind, RefString* text, const SourcePosition* position);
 // The same in an arena: the node and its position record take no heap block of their own.
