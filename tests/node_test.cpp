@@ -6,7 +6,6 @@
 #endif
 
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "lexer/source_reader.h"
@@ -227,11 +226,11 @@ TEST(Node, DumpOfDeepChainUsesNoHostRecursion) {
 
 // The compile asks for the memory some ten nodes past the one it reads (PrefetchNodesAhead), so at
 // the last node of the arena's last block that is memory no one may read. Asking must not fault
-// there: a node at the end of a mapping whose next pages are inaccessible.
+// there: a node at the end of a mapping whose next pages are inaccessible. The child leaves by
+// _exit, so that no exit-time leak check of the process state decides its status.
 TEST(Node, AskingForTheMemoryAheadOfTheLastNodeOfAMappingDoesNotFault) {
 #if defined(__linux__)
     size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    ASSERT_GT(page, kNodePrefetchDistance / 4);
     size_t pages = 2 + (kNodePrefetchDistance + 64) / page;
     void* mapping = mmap(nullptr, pages * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(mapping, MAP_FAILED);
@@ -243,7 +242,7 @@ TEST(Node, AskingForTheMemoryAheadOfTheLastNodeOfAMappingDoesNotFault) {
     EXPECT_EXIT(
         {
             PrefetchNodesAhead(last);
-            std::exit(last->kind == 123 ? 0 : 1);
+            _exit(last->kind == 123 ? 0 : 1);
         },
         ::testing::ExitedWithCode(0), "");
     munmap(mapping, pages * page);

@@ -65,21 +65,17 @@ uint32_t CapacityFor(int32_t count) {
 // across the pool (each chain's walk would touch every line of a large table's entries again).
 // False (index dropped) when there is no memory for it.
 bool GrowIndex(HashTable& table) {
-    uint32_t capacity = (table.indexMask + 1) * 2;
-    HashIndexSlot* slots = static_cast<HashIndexSlot*>(TryCalloc(capacity, sizeof(HashIndexSlot)));
-    HashIndexSlot* old = table.index;
     uint32_t oldCapacity = table.indexMask + 1;
-    table.index = slots;
-    table.indexMask = capacity - 1;
-    if (slots) {
-        for (uint32_t at = 0; at < oldCapacity; at++) {
-            if (old[at].entry) *Probe(slots, table.indexMask, old[at].hash) = old[at];
-        }
-    } else {
-        table.indexMask = 0;
-        table.indexUsed = 0;
+    uint32_t mask = oldCapacity * 2 - 1;
+    HashIndexSlot* slots = static_cast<HashIndexSlot*>(TryCalloc(static_cast<size_t>(mask) + 1, sizeof(HashIndexSlot)));
+    HashIndexSlot* old = table.index;
+    for (uint32_t at = 0; slots && at < oldCapacity; at++) {
+        if (old[at].entry) *Probe(slots, mask, old[at].hash) = old[at];
     }
     std::free(old);
+    table.index = slots;
+    table.indexMask = slots ? mask : 0;
+    if (!slots) table.indexUsed = 0;
     return slots != nullptr;
 }
 
