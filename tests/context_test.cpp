@@ -480,6 +480,44 @@ TEST(Scopes, FillScopeRecordPairsQualifiedAndPlainNamesInBucketOrder) {
     EXPECT_STREQ(static_cast<char*>(NameArray.data[f.slots[1]]), "s");
 }
 
+// The pairs are made in batches (the qualified names' slots asked for first): across batches, and
+// across empty buckets, the names are interned in bucket order, so new qualified names take
+// consecutive ids in that order, and a name already in the table keeps its id.
+TEST(Scopes, FillScopeRecordInternsManyLocalsInBucketOrderAcrossBatches) {
+    TestCompile t;
+    FunctionRecord f{};
+    f.declaredNameIndex = static_cast<uint32_t>(InternName("outer_function"));
+    ScopeRecord* scope = PushScope(t.cx, &f);
+    std::vector<std::string> names;
+    for (int i = 0; i < 100; i++) names.push_back("local_" + std::to_string(i * 7));
+    for (const std::string& name : names) DeclareLocal(t.cx, name.c_str(), 0, 0xFFFFFFFFu);
+    // One qualified name is in the table before: it keeps its id.
+    int32_t known = InternCopy("outer_function@local_21");
+    int32_t firstNew = NameArray.count;
+    FillScopeRecord(t.cx, scope);
+    ASSERT_EQ(f.localCount, 100u);
+    std::vector<std::string> expected;
+    for (uint32_t bucket = 0; bucket < 16; bucket++) {
+        for (const std::string& name : names) {
+            if ((NameHash(name.c_str()) & 15u) == bucket) expected.push_back(name);
+        }
+    }
+    int32_t next = firstNew;
+    for (uint32_t i = 0; i < 100; i++) {
+        std::string qualified = "outer_function@" + expected[i];
+        int32_t id = static_cast<int32_t>(f.locals[i * 2]);
+        EXPECT_STREQ(static_cast<char*>(NameArray.data[id]), qualified.c_str()) << i;
+        if (qualified == "outer_function@local_21") {
+            EXPECT_EQ(id, known);
+        } else {
+            EXPECT_EQ(id, next++) << i;
+        }
+        // The plain name is new too, pushed right after its qualified name.
+        EXPECT_EQ(static_cast<int32_t>(f.locals[i * 2 + 1]), next++) << i;
+        EXPECT_STREQ(static_cast<char*>(NameArray.data[f.locals[i * 2 + 1]]), expected[i].c_str()) << i;
+    }
+}
+
 TEST(EndCompile, FinishesBuffersFillsTheRootAndUnlinksTheGlobalScope) {
     TestCompile t;
     DeclareLocal(t.cx, "x", 0, 0xFFFFFFFFu);

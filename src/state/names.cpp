@@ -147,6 +147,11 @@ int32_t FindName(const HashedText& text) {
     return id;
 }
 
+void PrefetchName(uint32_t hash) {
+    const NameIndex& index = State().nameIndex;
+    if (index.slots) __builtin_prefetch(&index.slots[hash & index.mask]);
+}
+
 int32_t PushName(const char* text) { return PushName(HashedText{text, text ? TextHash(text) : 0}); }
 
 int32_t PushName(const HashedText& text) {

@@ -158,6 +158,9 @@ HashedText HashText(const char* text, size_t length);
 // Answers as a front-to-back strcmp scan would, through an index kept in step with the array.
 int32_t FindName(const char* text);
 int32_t FindName(const HashedText& text);
+// Asks for the memory a lookup of a text with this TextHash reads first (its slot in the index),
+// so that a caller with several names to look up can have their waits overlap. Changes nothing.
+void PrefetchName(uint32_t hash);
 // Appends the pointer itself (not a copy) and returns its index. Either it throws with nothing
 // changed or the name is in the table.
 int32_t PushName(const char* text);
