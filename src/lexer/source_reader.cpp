@@ -196,7 +196,7 @@ void ResolveBackslash(Lexer* lexer) {
 }
 
 void AppendAnyCodePoint(StringBuilder& builder, uint32_t codePoint) {
-    ReserveText(builder, 7);
+    ReserveText(builder, kCodePointRoom);
     uint8_t* out = reinterpret_cast<uint8_t*>(builder.text + builder.length);
     uint32_t count;
     if (codePoint <= 0x7F) {

@@ -77,11 +77,13 @@ inline void ResolveEscape(Lexer* lexer) {
     if (lexer->current == '\\') ResolveBackslash(lexer);
 }
 
+// The room a code point is appended into: the longest extended UTF-8 form is 6 bytes.
+constexpr uint32_t kCodePointRoom = 7;
 // Appends a code point in the extended UTF-8 form (1 to 6 bytes), growing the builder first when
-// fewer than 7 bytes are free.
+// fewer than kCodePointRoom bytes are free.
 void AppendAnyCodePoint(StringBuilder& builder, uint32_t codePoint);
 inline void AppendCodePoint(StringBuilder& builder, uint32_t codePoint) {
-    if (codePoint < 0x80 && static_cast<int64_t>(builder.capacity) - builder.length - 1 >= 7) {
+    if (codePoint < 0x80 && BuilderRoom(builder) >= kCodePointRoom) {
         builder.text[builder.length++] = static_cast<char>(codePoint);
         builder.text[builder.length] = '\0';
         return;
