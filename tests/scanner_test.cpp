@@ -115,6 +115,40 @@ TEST(Scanner, ATextSomeoneTookIsSharedWithEveryLaterTokenOfTheSameText) {
     EndLexing(lexer);
 }
 
+TEST(Scanner, AnOperatorOrKeywordSomeoneTookIsFoundByItsKindUntilItsRecordIsReleased) {
+    Arena records{};
+    Arena texts{};
+    // "\xcf\xb6" is U+03F6, a mathematical symbol: a token of its own code beyond the kinds kept
+    // by kind, shared through the texts' table instead.
+    Lexer* lexer = LexerWithArenas("while == \xcf\xb6 while == \xcf\xb6 while", records, texts);
+    RefString* keyword = RetainRefString(*lexer->tokenText);
+    ScanToken(lexer);
+    RefString* equal = RetainRefString(*lexer->tokenText);
+    ScanToken(lexer);
+    ASSERT_EQ(lexer->tokenKind, 0x3F6);
+    RefString* arrow = RetainRefString(*lexer->tokenText);
+    ScanToken(lexer);
+    EXPECT_EQ(lexer->tokenKind, LEX_WHILE);
+    EXPECT_EQ(*lexer->tokenText, keyword);
+    ScanToken(lexer);
+    EXPECT_EQ(lexer->tokenKind, LEX_EQUAL);
+    EXPECT_EQ(*lexer->tokenText, equal);
+    ScanToken(lexer);
+    EXPECT_EQ(*lexer->tokenText, arrow);
+    // Released to zero, the keyword's record reads as no text and is not handed out again.
+    ReleaseRefString(keyword);
+    EXPECT_EQ(keyword->text, nullptr);
+    ScanToken(lexer);
+    EXPECT_EQ(lexer->tokenKind, LEX_WHILE);
+    EXPECT_NE(*lexer->tokenText, keyword);
+    EXPECT_EQ(TokenText(lexer), "while");
+    EXPECT_STREQ(equal->text, "==");
+    EXPECT_STREQ(arrow->text, "\xcf\xb6");
+    ReleaseRefString(equal);
+    ReleaseRefString(arrow);
+    EndLexing(lexer);
+}
+
 TEST(Scanner, ATextNoOneTookOrLongerThanTheSharedLimitIsNotShared) {
     Arena records{};
     Arena texts{};

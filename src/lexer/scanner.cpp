@@ -6,6 +6,8 @@
 #include "support/diagnostics.h"
 #include "support/strings.h"
 
+static_assert(LEX_DEFAULT < kKindTextSlots, "every named kind has a slot of its own text");
+
 namespace {
 
 constexpr uint32_t kLineFeed = 10;
@@ -22,12 +24,41 @@ void Take(Lexer* lexer, StringBuilder& text) {
     Step(lexer);
 }
 
-// The key of a token's text among the shared texts. Only identifiers, numbers and strings spell
-// their kind in more than one way; any other kind stands for its one text (an operator, a keyword),
-// so the kind itself is the key and the text need not be hashed. The texts are compared either way.
+// Whether a kind spells its text in more than one way: identifiers, numbers and strings. Any
+// other kind stands for its one text (an operator, a keyword, a character that is a token of its
+// own code).
+bool HasManySpellings(int32_t kind) { return kind == LEX_ID || kind == LEX_STR || kind == LEX_INT || kind == LEX_FLOAT; }
+
+// Whether a kind's one text is kept by kind in `Lexer::kindTexts` rather than among the shared
+// texts.
+bool IsKeptByKind(int32_t kind) { return kind >= 0 && kind < kKindTextSlots && !HasManySpellings(kind); }
+
+// The key of a token's text among the shared texts: its hash, or for a kind of one spelling the
+// kind itself, so that text need not be hashed. The texts are compared either way.
 uint32_t SharedTextHash(int32_t kind, const char* text, size_t length) {
-    if (kind == LEX_ID || kind == LEX_STR || kind == LEX_INT || kind == LEX_FLOAT) return TextHash(text, length);
+    if (HasManySpellings(kind)) return TextHash(text, length);
     return static_cast<uint32_t>(kind) * 0x9E3779B1u;
+}
+
+// Whether the live record `string` holds the `length` bytes of `text` (none of them NUL). The
+// texts kept by kind are an operator's or a keyword's, a few bytes: a loop is cheaper than a call.
+bool SpellsText(const RefString* string, const char* text, size_t length) {
+    const char* kept = string->text;
+    if (!kept) return false;
+    // A shorter kept text stops the loop at its NUL, which no byte of `text` equals.
+    for (size_t i = 0; i < length; i++) {
+        if (kept[i] != text[i]) return false;
+    }
+    return kept[length] == '\0';
+}
+
+// The record a node took last for the token's text, or null.
+RefString* FindTokenText(const Lexer* lexer, int32_t kind, const char* text, size_t length, uint32_t hash) {
+    if (IsKeptByKind(kind)) {
+        RefString* kept = lexer->kindTexts[kind];
+        return kept && SpellsText(kept, text, length) ? kept : nullptr;
+    }
+    return length <= kSharedTextMax ? FindSharedText(lexer->sharedTexts, text, length, hash) : nullptr;
 }
 
 // `length` is the text's strlen.
@@ -37,8 +68,12 @@ void StoreToken(Lexer* lexer, int32_t kind, const char* text, size_t length) {
     lexer->madeText = nullptr;
     // A text that a node took is shared with every later token that spells the same: an
     // identifier used a thousand times is one record and one text.
-    if (previousMade && previous->refs > 1 && lexer->madeLength <= kSharedTextMax) {
-        AddSharedText(lexer->sharedTexts, previous, lexer->madeLength, lexer->madeHash);
+    if (previousMade && previous->refs > 1) {
+        if (IsKeptByKind(lexer->madeKind)) {
+            lexer->kindTexts[lexer->madeKind] = previous;
+        } else if (lexer->madeLength <= kSharedTextMax) {
+            AddSharedText(lexer->sharedTexts, previous, lexer->madeLength, lexer->madeHash);
+        }
     }
     // A token that no node took (a ')', a ';' ...) leaves its record and text at the arenas' ends:
     // the new token's take their place, so such tokens cost the tree nothing. Only a record made for
@@ -46,9 +81,8 @@ void StoreToken(Lexer* lexer, int32_t kind, const char* text, size_t length) {
     if (previousMade && TakeBackArenaRefString(*lexer->nodes, *lexer->texts, previous, lexer->madeLength)) {
         *lexer->tokenText = nullptr;
     }
-    bool shareable = length <= kSharedTextMax;
-    uint32_t hash = shareable ? SharedTextHash(kind, text, length) : 0;
-    RefString* stored = shareable ? FindSharedText(lexer->sharedTexts, text, length, hash) : nullptr;
+    uint32_t hash = !IsKeptByKind(kind) && length <= kSharedTextMax ? SharedTextHash(kind, text, length) : 0;
+    RefString* stored = FindTokenText(lexer, kind, text, length, hash);
     if (stored) {
         RetainRefString(stored);
     } else {
@@ -56,6 +90,7 @@ void StoreToken(Lexer* lexer, int32_t kind, const char* text, size_t length) {
         lexer->madeText = stored;
         lexer->madeLength = length;
         lexer->madeHash = hash;
+        lexer->madeKind = kind;
     }
     lexer->tokenKind = kind;
     ReleaseRefString(*lexer->tokenText);

@@ -108,6 +108,7 @@ void EndLexing(Lexer* lexer) {
     FreeStringBuilder(lexer->scratch);
     FreeSharedTexts(lexer->sharedTexts);
     lexer->madeText = nullptr;
+    std::memset(lexer->kindTexts, 0, sizeof lexer->kindTexts);
 }
 
 namespace {

@@ -8,6 +8,9 @@
 #include "support/diagnostics.h"
 #include "support/strings.h"
 
+// The token kinds that index `Lexer::kindTexts`: the characters up to 255 and the named kinds.
+constexpr int32_t kKindTextSlots = 320;
+
 struct Lexer {
     SourcePosition position;        // the current position
     const uint8_t* readPtr;         // next undecoded byte
@@ -35,6 +38,11 @@ struct Lexer {
     RefString* madeText;
     size_t madeLength;
     uint32_t madeHash;
+    int32_t madeKind;
+    // An operator or keyword has one spelling, so its kind alone finds the record a node took
+    // last for it, without hashing or a table: by kind, for the kinds below kKindTextSlots (every
+    // operator and keyword, and the characters that are tokens of their own code).
+    RefString* kindTexts[kKindTextSlots];
 };
 
 // Makes the lexer over a source copy that is padded with zero bytes, primes the two
