@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <random>
 #include <set>
 #include <string>
 #include <utility>
@@ -737,5 +738,117 @@ TEST(Scanner, ArbitraryBytesScanToTheEndOrAStringError) {
         }
         std::string error = ScanError(source);
         EXPECT_TRUE(error.empty() || error.find("Error : file.js(") == 0) << error;
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Plain tokens read from the bytes leave what the character reader leaves
+
+namespace {
+
+// Everything of a lexer's state that a later step or a node reads, with its pointers as offsets
+// into its own source.
+struct ScanState {
+    int32_t kind;
+    int32_t previousKind;
+    std::string text;
+    int32_t tokenLine;
+    int32_t tokenColumn;
+    int32_t line;
+    int32_t column;
+    int32_t offset;
+    uint32_t current;
+    uint32_t next;
+    int64_t currentStart;
+    int64_t nextStart;
+    int64_t readPtr;
+    std::string error;
+};
+
+bool operator==(const ScanState& a, const ScanState& b) {
+    return a.kind == b.kind && a.previousKind == b.previousKind && a.text == b.text &&
+           a.tokenLine == b.tokenLine && a.tokenColumn == b.tokenColumn && a.line == b.line &&
+           a.column == b.column && a.offset == b.offset && a.current == b.current && a.next == b.next &&
+           a.currentStart == b.currentStart && a.nextStart == b.nextStart && a.readPtr == b.readPtr &&
+           a.error == b.error;
+}
+
+std::ostream& operator<<(std::ostream& out, const ScanState& s) {
+    return out << "kind " << s.kind << " previous " << s.previousKind << " text '" << s.text << "' token at "
+               << s.tokenLine << ":" << s.tokenColumn << " position " << s.line << ":" << s.column << " offset "
+               << s.offset << " current " << s.current << " next " << s.next << " starts " << s.currentStart
+               << "/" << s.nextStart << "/" << s.readPtr << " error '" << s.error << "'";
+}
+
+ScanState StateOf(const Lexer* lexer, const std::string& error) {
+    const uint8_t* base = lexer->end - lexer->length;
+    return {lexer->tokenKind, lexer->previousKind, TokenText(lexer), lexer->tokenPosition.line,
+            lexer->tokenPosition.column, lexer->position.line, lexer->position.column, lexer->position.offset,
+            lexer->current, lexer->next, lexer->currentStart - base, lexer->nextStart - base,
+            lexer->readPtr - base, error};
+}
+
+// Scans `source` after a first ';' token with `scan`, recording the state after every token (and
+// the message of an error, which ends the scan).
+template <typename Scan>
+std::vector<ScanState> StatesOf(const std::string& source, Scan scan) {
+    // Thousands of lexers: their records and texts share two arenas rather than taking a block
+    // each.
+    static Arena records{};
+    static Arena texts{};
+    std::vector<ScanState> states;
+    Lexer* lexer = LexerWithArenas((";" + source).c_str(), records, texts);
+    for (size_t i = 0; i < 10000; i++) {
+        std::string error;
+        try {
+            scan(lexer);
+        } catch (const CompileException& exception) {
+            error = exception.what();
+        }
+        states.push_back(StateOf(lexer, error));
+        if (!error.empty() || lexer->tokenKind == LEX_EOF) break;
+    }
+    EndLexing(lexer);
+    return states;
+}
+
+// Pieces of scripts: plain tokens of every kind, and everything that makes a token or the
+// whitespace before it not plain.
+const char* const kPieces[] = {
+    "a", "_x1", "$", "abc9", "if", "in", "instanceof", "inx", "return", "whilex", "0", "7", "42", "08",
+    "0x1F", "0X", "017", "1.5", ".5", "1e3", "2E+4", "3.", "12abc", "9x", "\"str\"", "'s'", "\"\"",
+    "\"a\\nb\"", "'\\x41'", "\"unterminated", "'line\nbreak'", "\"caf\xc3\xa9\"", "=", "==", "===", "=>",
+    "!", "!=", "!==", "<", "<=", "<<", "<<=", ">", ">=", ">>", ">>=", ">>>", ">>>=", "+", "++", "+=",
+    "-", "--", "-=", "&", "&&", "&=", "|", "||", "|=", "*", "*=", "/", "/=", "%", "%=", "^", "^=",
+    "(", ")", "{", "}", ";", ",", ".", "?", ":", "[", "]", "~", "#", "@", "`", "\x01", "\x7f", " ",
+    "  ", "\t", "\v", "\f", "\n", "\n\n", "\r", "\r\n", "\n+", "\n++", "\n-", "\n--", "// note\n",
+    "/* c */", "/*/", "\\u0061", "a\\u0062", "\\u003d", "\xc3\xa9", "\xcf\xb6", "\xc2\xa0", "\\",
+    "\xe2\x80\x8c", "\xff",
+};
+
+}  // namespace
+
+TEST(Scanner, PlainTokensFromTheBytesLeaveWhatTheCharacterReaderLeaves) {
+    std::mt19937 random(20261125);
+    std::uniform_int_distribution<size_t> pick(0, sizeof kPieces / sizeof kPieces[0] - 1);
+    std::uniform_int_distribution<int> count(1, 24);
+    for (int round = 0; round < 4000; round++) {
+        std::string source;
+        for (int pieces = count(random); pieces > 0; pieces--) source += kPieces[pick(random)];
+        std::vector<ScanState> plain = StatesOf(source, ScanToken);
+        std::vector<ScanState> characters = StatesOf(source, ScanTokenByCharacters);
+        ASSERT_EQ(plain.size(), characters.size()) << "'" << source << "'";
+        for (size_t i = 0; i < plain.size(); i++) {
+            ASSERT_EQ(plain[i], characters[i]) << "token " << i << " of '" << source << "'";
+        }
+    }
+}
+
+TEST(Scanner, EveryPieceAloneAndBetweenOthersScansAlikeBothWays) {
+    for (const char* piece : kPieces) {
+        for (const char* around : {"", " ", "x", "\n", "=", "\"q\"", "9"}) {
+            std::string source = std::string(around) + piece + around + piece;
+            EXPECT_EQ(StatesOf(source, ScanToken), StatesOf(source, ScanTokenByCharacters)) << "'" << source << "'";
+        }
     }
 }

@@ -77,6 +77,20 @@ TEST(KeywordTable, OtherWordsAreIdentifiers) {
     }
 }
 
+TEST(KeywordTable, AWordIsLookedUpByItsLengthWhateverFollowsIt) {
+    // The scanner asks about words in the source, which go on past the word.
+    EXPECT_EQ(LookupKeyword("inside", 2), LEX_IN);
+    EXPECT_EQ(LookupKeyword("format", 3), LEX_FOR);
+    EXPECT_EQ(LookupKeyword("doing", 2), LEX_DO);
+    EXPECT_EQ(LookupKeyword("instanceofx", 10), LEX_INSTANCEOF);
+    EXPECT_EQ(LookupKeyword("instanceofx", 11), LEX_ID);
+    EXPECT_EQ(LookupKeyword("ifs", 3), LEX_ID);
+    EXPECT_EQ(LookupKeyword("whil", 4), LEX_ID);
+    EXPECT_EQ(LookupKeyword("inx", 3), LEX_ID);
+    const char word[] = {'w', 'i', 't', 'h'};   // no NUL after it
+    EXPECT_EQ(LookupKeyword(word, sizeof word), LEX_WITH);
+}
+
 TEST(KeywordTable, ComparisonIsByteWise) {
     EXPECT_EQ(LookupKeyword("\xC3\xA9"), LEX_ID);
     EXPECT_EQ(LookupKeyword("if\xC3\xA9"), LEX_ID);

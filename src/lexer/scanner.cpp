@@ -1,5 +1,6 @@
 #include "lexer/scanner.h"
 
+#include <array>
 #include <cstring>
 
 #include "lexer/tokens.h"
@@ -254,65 +255,57 @@ int32_t ScanString(Lexer* lexer, StringBuilder& text) {
     return LEX_STR;
 }
 
-// Takes the current character into the token if it is `wanted`.
-bool Extend(Lexer* lexer, StringBuilder& text, uint32_t wanted) {
-    if (lexer->current != wanted) return false;
-    Take(lexer, text);
-    return true;
-}
-
 // Operator -> the longest of the table's one- to four-character operators; any other
-// character is a token of its own code.
-int32_t ScanOperator(Lexer* lexer, StringBuilder& text) {
-    uint32_t first = lexer->current;
-    AppendCodePoint(text, first);
-    Step(lexer);
+// character is a token of its own code. `cursor.Extend(c)` takes the next character into the
+// operator when it is c: the character reader's, or the source bytes' when the token is plain.
+template <typename Cursor>
+int32_t OperatorAfter(uint32_t first, Cursor& cursor) {
     switch (first) {
         case '=':
-            if (Extend(lexer, text, '=')) return Extend(lexer, text, '=') ? LEX_TYPEEQUAL : LEX_EQUAL;
-            if (Extend(lexer, text, '>')) return LEX_ARROW;
+            if (cursor.Extend('=')) return cursor.Extend('=') ? LEX_TYPEEQUAL : LEX_EQUAL;
+            if (cursor.Extend('>')) return LEX_ARROW;
             break;
         case '!':
-            if (Extend(lexer, text, '=')) return Extend(lexer, text, '=') ? LEX_NTYPEEQUAL : LEX_NEQUAL;
+            if (cursor.Extend('=')) return cursor.Extend('=') ? LEX_NTYPEEQUAL : LEX_NEQUAL;
             break;
         case '<':
-            if (Extend(lexer, text, '=')) return LEX_LEQUAL;
-            if (Extend(lexer, text, '<')) return Extend(lexer, text, '=') ? LEX_LSHIFTEQUAL : LEX_LSHIFT;
+            if (cursor.Extend('=')) return LEX_LEQUAL;
+            if (cursor.Extend('<')) return cursor.Extend('=') ? LEX_LSHIFTEQUAL : LEX_LSHIFT;
             break;
         case '>':
-            if (Extend(lexer, text, '=')) return LEX_GEQUAL;
-            if (Extend(lexer, text, '>')) {
-                if (Extend(lexer, text, '>')) return Extend(lexer, text, '=') ? LEX_RSHIFTUEQUAL : LEX_RSHIFTU;
-                return Extend(lexer, text, '=') ? LEX_RSHIFTEQUAL : LEX_RSHIFT;
+            if (cursor.Extend('=')) return LEX_GEQUAL;
+            if (cursor.Extend('>')) {
+                if (cursor.Extend('>')) return cursor.Extend('=') ? LEX_RSHIFTUEQUAL : LEX_RSHIFTU;
+                return cursor.Extend('=') ? LEX_RSHIFTEQUAL : LEX_RSHIFT;
             }
             break;
         case '+':
-            if (Extend(lexer, text, '+')) return LEX_PLUSPLUS;
-            if (Extend(lexer, text, '=')) return LEX_PLUSEQUAL;
+            if (cursor.Extend('+')) return LEX_PLUSPLUS;
+            if (cursor.Extend('=')) return LEX_PLUSEQUAL;
             break;
         case '-':
-            if (Extend(lexer, text, '-')) return LEX_MINUSMINUS;
-            if (Extend(lexer, text, '=')) return LEX_MINUSEQUAL;
+            if (cursor.Extend('-')) return LEX_MINUSMINUS;
+            if (cursor.Extend('=')) return LEX_MINUSEQUAL;
             break;
         case '&':
-            if (Extend(lexer, text, '&')) return LEX_ANDAND;
-            if (Extend(lexer, text, '=')) return LEX_ANDEQUAL;
+            if (cursor.Extend('&')) return LEX_ANDAND;
+            if (cursor.Extend('=')) return LEX_ANDEQUAL;
             break;
         case '|':
-            if (Extend(lexer, text, '|')) return LEX_OROR;
-            if (Extend(lexer, text, '=')) return LEX_OREQUAL;
+            if (cursor.Extend('|')) return LEX_OROR;
+            if (cursor.Extend('=')) return LEX_OREQUAL;
             break;
         case '*':
-            if (Extend(lexer, text, '=')) return LEX_ASTERISKEQUAL;
+            if (cursor.Extend('=')) return LEX_ASTERISKEQUAL;
             break;
         case '/':
-            if (Extend(lexer, text, '=')) return LEX_SLASHEQUAL;
+            if (cursor.Extend('=')) return LEX_SLASHEQUAL;
             break;
         case '%':
-            if (Extend(lexer, text, '=')) return LEX_PERCENTEQUAL;
+            if (cursor.Extend('=')) return LEX_PERCENTEQUAL;
             break;
         case '^':
-            if (Extend(lexer, text, '=')) return LEX_XOREQUAL;
+            if (cursor.Extend('=')) return LEX_XOREQUAL;
             break;
         default:
             break;
@@ -320,9 +313,181 @@ int32_t ScanOperator(Lexer* lexer, StringBuilder& text) {
     return static_cast<int32_t>(first);
 }
 
+// The character reader's cursor: takes the current character into the token's text and steps.
+struct CharacterCursor {
+    Lexer* lexer;
+    StringBuilder& text;
+    bool Extend(uint32_t wanted) {
+        if (lexer->current != wanted) return false;
+        Take(lexer, text);
+        return true;
+    }
+};
+
+int32_t ScanOperator(Lexer* lexer, StringBuilder& text) {
+    uint32_t first = lexer->current;
+    AppendCodePoint(text, first);
+    Step(lexer);
+    CharacterCursor cursor{lexer, text};
+    return OperatorAfter(first, cursor);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Plain tokens, read from the source bytes alone
+//
+// Nearly every token of real scripts, with the whitespace before it, is ASCII without an escape
+// or a carriage return. Over such bytes every step of the character reader is its inline case
+// (Advance): the current character is the byte at `currentStart`, the look-ahead the byte after
+// it, and a step moves both on by one byte, counting the offset and the column (a line feed left
+// behind counts a line and restarts the column). So the token, its text and the state after it
+// follow from the bytes, and ScanPlainToken sets that state at once instead of stepping through
+// it, or declines, changing nothing, and ScanToken reads the token character by character. The
+// token's text is then the bytes themselves, stored from the source without the text builder.
+
+enum PlainByte : uint8_t {
+    kPlainSpace = 1,            // tab, vertical tab, form feed, space
+    kPlainIdentifierStart = 2,  // ASCII letters, '_', '$'
+    kPlainIdentifierPart = 4,   // and the digits
+    kPlainStringByte = 8,       // what a string may hold without an escape: ASCII but '\\', CR, LF, NUL
+};
+
+constexpr std::array<uint8_t, 256> PlainBytes() {
+    std::array<uint8_t, 256> bytes{};
+    for (uint32_t c = 0; c < 0x80; c++) {
+        uint8_t classes = 0;
+        if (c == '\t' || c == 11 || c == 12 || c == ' ') classes |= kPlainSpace;
+        if (IsAsciiLetter(c) || c == '_' || c == '$') classes |= kPlainIdentifierStart;
+        if (IsAsciiIdentifierPart(c)) classes |= kPlainIdentifierPart;
+        if (c != 0 && c != '\\' && c != '\r' && c != '\n') classes |= kPlainStringByte;
+        bytes[c] = classes;
+    }
+    return bytes;
+}
+constexpr std::array<uint8_t, 256> kPlainBytes = PlainBytes();
+
+// The bytes' cursor of an operator.
+struct ByteCursor {
+    const uint8_t* at;
+    const uint8_t* end;
+    bool Extend(uint32_t wanted) {
+        if (at >= end || *at != wanted) return false;
+        at++;
+        return true;
+    }
+};
+
+// Scans the token at the current character from the source bytes, when it and the whitespace
+// before it are plain (see above), and returns true; otherwise returns false with nothing changed.
+bool ScanPlainToken(Lexer* lexer) {
+    const uint8_t* start = lexer->currentStart;
+    const uint8_t* end = lexer->end;
+    // The current character and the look-ahead are the two bytes at `start`, and nothing beyond
+    // them was read.
+    if (lexer->nextStart != start + 1 || lexer->readPtr != start + 2 || lexer->readPtr > end ||
+        lexer->current != start[0] || lexer->next != start[1]) {
+        return false;
+    }
+    // Whitespace; `at + 1 < end` holds at the top of the loop.
+    const uint8_t* at = start;
+    const uint8_t* lastLineFeed = nullptr;
+    int32_t lineFeeds = 0;
+    for (;;) {
+        uint8_t byte = *at;
+        if (kPlainBytes[byte] & kPlainSpace) {
+            at++;
+        } else if (byte == kLineFeed) {
+            // A line feed before "+" or "-" may end the statement: the character reader decides.
+            if (at[1] == '+' || at[1] == '-') return false;
+            lastLineFeed = at;
+            lineFeeds++;
+            at++;
+        } else {
+            break;
+        }
+        if (at + 1 >= end) return false;
+    }
+    // The token: [token, after) in the source, its text [textStart, textEnd).
+    const uint8_t* token = at;
+    uint8_t first = *token;
+    const uint8_t* after;
+    const uint8_t* textStart = token;
+    const uint8_t* textEnd;
+    int32_t kind;
+    if (kPlainBytes[first] & kPlainIdentifierStart) {
+        after = token + 1;
+        while (after < end && (kPlainBytes[*after] & kPlainIdentifierPart)) after++;
+        textEnd = after;
+        kind = LEX_ID;
+    } else if (IsDecimalDigit(first)) {
+        // Octal and hexadecimal numbers, a '0' before decimal digits, fractions and exponents are
+        // the character reader's.
+        if (first == '0' && (IsDecimalDigit(token[1]) || token[1] == 'x' || token[1] == 'X')) return false;
+        after = token + 1;
+        while (after < end && IsDecimalDigit(*after)) after++;
+        if (after < end && (*after == '.' || *after == 'e' || *after == 'E')) return false;
+        textEnd = after;
+        kind = LEX_INT;
+    } else if (first == '"' || first == '\'') {
+        after = token + 1;
+        while (after < end && *after != first) {
+            if (!(kPlainBytes[*after] & kPlainStringByte)) return false;
+            after++;
+        }
+        if (after >= end) return false;
+        textStart = token + 1;
+        textEnd = after;
+        after++;
+        kind = LEX_STR;
+    } else if (first == '/' && (token[1] == '/' || token[1] == '*')) {
+        return false;   // a comment
+    } else if (first == '.' && IsDecimalDigit(token[1])) {
+        return false;   // a fraction
+    } else if (first != 0 && first < 0x80 && first != '\\' && first != '\r') {
+        ByteCursor cursor{token + 1, end};
+        kind = OperatorAfter(first, cursor);
+        after = cursor.at;
+        textEnd = after;
+    } else {
+        return false;
+    }
+    // The steps that make the byte at `after` current are inline only when it is ASCII and neither
+    // a carriage return nor a backslash (an escape, which the step would resolve), and the byte
+    // after it, the new look-ahead, is ASCII and before the end.
+    if (after + 1 >= end) return false;
+    uint8_t last = after[0];
+    if (last >= 0x80 || last == '\r' || last == '\\' || after[1] >= 0x80) return false;
+
+    // The token's text is the source's own bytes: the token record copies them from there.
+    const char* text = reinterpret_cast<const char*>(textStart);
+    size_t length = static_cast<size_t>(textEnd - textStart);
+    if (kind == LEX_ID) kind = LookupKeyword(text, length);
+
+    // BeginToken at the token's first character, then the state with `after` current.
+    lexer->previousKind = lexer->tokenKind;
+    lexer->tokenKind = LEX_EOF;
+    int32_t line = lexer->position.line + lineFeeds;
+    int32_t column = lexer->position.column;
+    lexer->tokenPosition.line = line;
+    lexer->tokenPosition.column = lineFeeds ? static_cast<int32_t>(token - lastLineFeed) : column + static_cast<int32_t>(token - start);
+    lexer->position.offset += static_cast<int32_t>(after - start);
+    lexer->position.line = line;
+    lexer->position.column = lineFeeds ? static_cast<int32_t>(after - lastLineFeed) : column + static_cast<int32_t>(after - start);
+    lexer->currentStart = after;
+    lexer->current = after[0];
+    lexer->nextStart = after + 1;
+    lexer->next = after[1];
+    lexer->readPtr = after + 2;
+    StoreToken(lexer, kind, text, length);
+    return true;
+}
+
 }  // namespace
 
 void ScanToken(Lexer* lexer) {
+    if (!ScanPlainToken(lexer)) ScanTokenByCharacters(lexer);
+}
+
+void ScanTokenByCharacters(Lexer* lexer) {
     if (SkipWhitespaceAndComments(lexer)) return;
     BeginToken(lexer);
     // One builder for every token of the script: its room is reused, not allocated per token.

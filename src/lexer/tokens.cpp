@@ -77,11 +77,16 @@ const KeywordRuns kKeywordRuns = MakeKeywordRuns();
 
 // Out of line, so that the common answer (no keyword has the word's first letter and length)
 // returns without saving the registers this loop needs.
-__attribute__((noinline)) int32_t FindInRun(const KeywordRun& run, const char* text) {
+// `text` need not end with a NUL: the scanner asks about words in the source itself.
+__attribute__((noinline)) int32_t FindInRun(const KeywordRun& run, const char* text, size_t length) {
     for (uint8_t i = run.begin; i < run.end; i++) {
-        // The second letter first: most identifiers part from the keywords there.
+        // From the second letter on: most identifiers part from the keywords there. A shorter
+        // keyword's NUL differs from every byte of the word (which holds none), so the loop stops
+        // there; a longer keyword has no NUL where the word ends.
         const char* keyword = KeywordTable[i].text;
-        if (text[1] == keyword[1] && std::strcmp(text + 1, keyword + 1) == 0) return KeywordTable[i].kind;
+        size_t at = 1;
+        while (at < length && keyword[at] == text[at]) at++;
+        if (at == length && keyword[length] == '\0') return KeywordTable[i].kind;
     }
     return LEX_ID;
 }
@@ -106,7 +111,7 @@ int32_t LookupKeyword(const char* text, size_t length) {
     if (length > kLongestKeyword || text[0] < 'a' || text[0] > 'z') return LEX_ID;
     const KeywordRun& run = kKeywordRuns.byLetter[text[0] - 'a'];
     if ((run.lengths >> length & 1u) == 0) return LEX_ID;
-    return FindInRun(run, text);
+    return FindInRun(run, text, length);
 }
 
 RefString* TokenKindName(int32_t kind) {

@@ -94,7 +94,7 @@ extern const KeywordEntry KeywordTable[31];
 
 // The keyword's kind, or LEX_ID (byte-wise comparison).
 int32_t LookupKeyword(const char* text);
-// The same for a text whose strlen is `length`.
+// The same for the `length` bytes at `text` (none of them NUL; no NUL need follow them).
 int32_t LookupKeyword(const char* text, size_t length);
 // A new RefString: "eof", the character for 1-255, the table's names, else the decimal code.
 RefString* TokenKindName(int32_t kind);
