@@ -67,6 +67,52 @@ TEST(Node, MakeNodeSharesTextAndCopiesPosition) {
     EXPECT_EQ(node->count, 0u);
 }
 
+// Checks a node the arena made: zeroed links, the text and the position shared as MakeNode shares
+// them.
+void ExpectArenaNode(const Node* node, RefString* text, const Fixture& f, uint32_t references) {
+    EXPECT_EQ(node->kind, static_cast<uint32_t>(LEX_ID));
+    EXPECT_EQ(node->text, text);
+    EXPECT_EQ(node->position->line, 4);
+    EXPECT_EQ(node->position->column, 1);
+    EXPECT_EQ(node->position->offset, 9);
+    EXPECT_EQ(node->position->source, f.source);
+    EXPECT_EQ(node->position->fileName, f.file);
+    EXPECT_EQ((*f.source)->refs, references);
+    EXPECT_EQ((*f.file)->refs, references);
+    EXPECT_EQ(node->next, nullptr);
+    EXPECT_EQ(node->prev, nullptr);
+    EXPECT_EQ(node->first, nullptr);
+    EXPECT_EQ(node->last, nullptr);
+    EXPECT_EQ(node->count, 0u);
+}
+
+TEST(Node, AnArenaNodeIsFollowedByItsPositionAndAtABlocksEndTakesThemOneByOne) {
+    Fixture f;
+    Arena arena{};
+    RefString* text = NewRefString("x");
+    Node* first = MakeNodeIn(arena, LEX_ID, text, &f.position);
+    ExpectArenaNode(first, text, f, 2u);
+    EXPECT_EQ(reinterpret_cast<uint8_t*>(first->position), reinterpret_cast<uint8_t*>(first) + 64);
+    // Leave room for a node but not for its position: the node ends this block and its position
+    // starts the next, as two requests have always placed them.
+    size_t room = static_cast<size_t>(arena.end - arena.next);
+    ArenaAllocate(arena, room - 64);
+    uint8_t* blockEnd = arena.end;
+    Node* last = MakeNodeIn(arena, LEX_ID, text, &f.position);
+    ExpectArenaNode(last, text, f, 3u);
+    EXPECT_EQ(reinterpret_cast<uint8_t*>(last) + 64, blockEnd);
+    EXPECT_NE(reinterpret_cast<uint8_t*>(last->position), blockEnd);
+    EXPECT_EQ(arena.next, reinterpret_cast<uint8_t*>(last->position) + 32);
+    // A block's room to the byte for both.
+    room = static_cast<size_t>(arena.end - arena.next);
+    ArenaAllocate(arena, room - 96);
+    Node* exact = MakeNodeIn(arena, LEX_ID, text, &f.position);
+    ExpectArenaNode(exact, text, f, 4u);
+    EXPECT_EQ(reinterpret_cast<uint8_t*>(exact->position), reinterpret_cast<uint8_t*>(exact) + 64);
+    EXPECT_EQ(arena.next, arena.end);
+    EXPECT_EQ(text->refs, 4u);
+}
+
 TEST(Node, FieldOrderIsTheHostLayout) {
     EXPECT_EQ(offsetof(Node, kind), 0u);
     EXPECT_EQ(offsetof(Node, text), 8u);
