@@ -208,12 +208,16 @@ struct NameLookup {
 // scopes searched minus one when nothing was found.
 VarEntry* LookupName(const CodeGenContext& cx, const char* name, int32_t* depth);
 NameLookup FindDeclaration(const CodeGenContext& cx, const char* name);
+// The same for a name whose NameHash is `hash` (the scopes' tables tell names apart by it alone).
+NameLookup FindDeclaration(const CodeGenContext& cx, uint32_t hash);
 // What a use of a found name tells the functions' records: the declaring function learns that
 // `arguments`, an outer parameter or an outer variable is used, and every function out to the
 // declaring one loses "no outer use".
 void RecordNameUse(CodeGenContext& cx, const char* name, const NameLookup& found);
 // A use of a name: the lookup, then what the use tells the records.
 VarEntry* UseName(CodeGenContext& cx, const char* name, int32_t* depth);
+// The same with the name's NameHash already taken.
+VarEntry* UseName(CodeGenContext& cx, const char* name, uint32_t hash, int32_t* depth);
 
 VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t kind, uint32_t slot);
 VarEntry* DeclareSlot(CodeGenContext& cx, const char* name);
@@ -234,6 +238,8 @@ void FreeScope(ScopeRecord* scope);
 void FillScopeRecord(CodeGenContext& cx, ScopeRecord* scope);
 // The function declared under `name` in the innermost scope that has one.
 FunctionRecord* FindDeclaredFunction(const CodeGenContext& cx, const char* name);
+// The same with the name's NameHash already taken.
+FunctionRecord* FindDeclaredFunction(const CodeGenContext& cx, const char* name, uint32_t hash);
 
 // ---------------------------------------------------------------------------------------------
 // One compile (driver.cpp).

@@ -33,27 +33,34 @@ struct Reference {
 
 // A name of a store, or of a read before its other rules: a kind other than VarUnknown stands;
 // VarUnknown is looked up (a use, which the function records learn of): a plain variable is
-// VarLocal, a parameter VarArgument, nothing VarUnresolved.
-Reference ResolveVariable(CodeGenContext& cx, const char* name, int32_t kind) {
+// VarLocal, a parameter VarArgument, nothing VarUnresolved. `hash` is the name's NameHash.
+Reference ResolveVariableHashed(CodeGenContext& cx, const char* name, uint32_t hash, int32_t kind) {
     Reference reference{kind, nullptr, -1, nullptr};
     if (kind != VarUnknown) return reference;
-    reference.entry = UseName(cx, name, &reference.depth);
+    reference.entry = UseName(cx, name, hash, &reference.depth);
     if (!reference.entry) reference.kind = VarUnresolved;
     else reference.kind = reference.entry->kind == kVarEntryVariable ? VarLocal : VarArgument;
     return reference;
 }
 
+Reference ResolveVariable(CodeGenContext& cx, const char* name, int32_t kind) {
+    if (kind != VarUnknown) return Reference{kind, nullptr, -1, nullptr};
+    return ResolveVariableHashed(cx, name, NameHash(name), kind);
+}
+
 // A name that is read: when neither a declared variable nor a name with a slot, a function
 // declared under the name makes it a local reference to that function; else it is unresolved,
-// unless a member.
+// unless a member. The name is hashed once for the scopes' tables, the slot table and the
+// functions' tables alike.
 Reference ResolveRead(CodeGenContext& cx, const char* name, int32_t kind) {
-    Reference reference = ResolveVariable(cx, name, kind);
+    uint32_t hash = NameHash(name);
+    Reference reference = ResolveVariableHashed(cx, name, hash, kind);
     bool foundSomething = reference.entry != nullptr;
     if (reference.kind != VarLocal && reference.kind != VarArgument) {
-        foundSomething = HashFindFirst(cx.slotTable, NameHash(name)) != nullptr;
+        foundSomething = HashFindFirst(cx.slotTable, hash) != nullptr;
     }
     if (!foundSomething) {
-        reference.function = FindDeclaredFunction(cx, name);
+        reference.function = FindDeclaredFunction(cx, name, hash);
         if (reference.function) reference.kind = VarLocal;
         else if (reference.kind != VarMember) reference.kind = VarUnresolved;
     }

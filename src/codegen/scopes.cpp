@@ -73,7 +73,10 @@ uint32_t* NamePairs(CodeGenContext& cx, const HashTable& table) {
 }  // namespace
 
 NameLookup FindDeclaration(const CodeGenContext& cx, const char* name) {
-    uint32_t hash = NameHash(name);
+    return FindDeclaration(cx, NameHash(name));
+}
+
+NameLookup FindDeclaration(const CodeGenContext& cx, uint32_t hash) {
     NameLookup found{nullptr, -1, nullptr};
     for (ListNode* node = cx.scopes.last; node; node = node->prev) {
         found.depth++;
@@ -115,7 +118,11 @@ void RecordNameUse(CodeGenContext& cx, const char* name, const NameLookup& found
 }
 
 VarEntry* UseName(CodeGenContext& cx, const char* name, int32_t* depth) {
-    NameLookup found = FindDeclaration(cx, name);
+    return UseName(cx, name, NameHash(name), depth);
+}
+
+VarEntry* UseName(CodeGenContext& cx, const char* name, uint32_t hash, int32_t* depth) {
+    NameLookup found = FindDeclaration(cx, hash);
     if (depth) *depth = found.depth;
     RecordNameUse(cx, name, found);
     return found.entry;
@@ -242,7 +249,10 @@ void FillScopeRecord(CodeGenContext& cx, ScopeRecord* scope) {
 }
 
 FunctionRecord* FindDeclaredFunction(const CodeGenContext& cx, const char* name) {
-    uint32_t hash = NameHash(name);
+    return FindDeclaredFunction(cx, name, NameHash(name));
+}
+
+FunctionRecord* FindDeclaredFunction(const CodeGenContext& cx, const char* name, uint32_t hash) {
     for (ListNode* node = cx.scopes.last; node; node = node->prev) {
         FunctionRecord* record = static_cast<FunctionRecord*>(FindValue(ScopeOf(node)->extra, hash));
         if (!record || record->declaredNameIndex >= static_cast<uint32_t>(NameArray.count)) continue;
