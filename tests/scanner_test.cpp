@@ -68,6 +68,32 @@ TEST(Scanner, ATokenNoOneTookGivesItsRecordAndTextToTheNextToken) {
     EXPECT_EQ(TokenText(lexer), "x");
 }
 
+TEST(Scanner, ATokenNoOneTookGivesItsTextsPlaceOnlyToATextThatFitsThere) {
+    Arena records{};
+    Arena texts{};
+    // Leave three bytes in the text arena's block: "a" takes two, then "bc" fits where "a" was and
+    // takes all three; "bcd" (four with its NUL) does not fit there and goes to a new block, its
+    // record still where the record of the token before it was.
+    ArenaCopyText(texts, "", 0);
+    std::string filler(static_cast<size_t>(texts.end - texts.next) - 4, 'f');
+    ArenaCopyText(texts, filler.c_str(), filler.size());
+    ASSERT_EQ(texts.end - texts.next, 3);
+    Lexer* lexer = LexerWithArenas("a bc bcd", records, texts);
+    RefString* first = *lexer->tokenText;
+    char* firstText = first->text;
+    ScanToken(lexer);
+    EXPECT_EQ(*lexer->tokenText, first);
+    EXPECT_EQ(first->text, firstText);
+    EXPECT_EQ(TokenText(lexer), "bc");
+    EXPECT_EQ(texts.next, texts.end);
+    ScanToken(lexer);
+    EXPECT_EQ(*lexer->tokenText, first);
+    EXPECT_NE(first->text, firstText);
+    EXPECT_EQ(TokenText(lexer), "bcd");
+    EXPECT_EQ(first->refs, 1u);
+    EndLexing(lexer);
+}
+
 TEST(Scanner, ATokenSomeoneHoldsKeepsItsRecordAndTextWhenTheScannerGoesOn) {
     Arena records{};
     Arena texts{};

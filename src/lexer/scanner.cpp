@@ -62,28 +62,61 @@ RefString* FindTokenText(const Lexer* lexer, int32_t kind, const char* text, siz
     return length <= kSharedTextMax ? FindSharedText(lexer->sharedTexts, text, length, hash) : nullptr;
 }
 
+// Whether `string`, the record the scanner made for the last token, is held by the scanner alone
+// and is, with its text, the last thing the two arenas handed out: TakeBackArenaRefString's test.
+bool IsFreeAtArenasEnds(const Lexer* lexer, const RefString* string, size_t length) {
+    return (string->flags & kRefStringInArena) && string->refs == 1 && string->text &&
+           ArenaEndsWithRecord(*lexer->nodes, string, sizeof(RefString)) &&
+           ArenaEndsWithText(*lexer->texts, string->text, length);
+}
+
 // `length` is the text's strlen.
 void StoreToken(Lexer* lexer, int32_t kind, const char* text, size_t length) {
     RefString* previous = *lexer->tokenText;
     bool previousMade = previous && previous == lexer->madeText;
     lexer->madeText = nullptr;
     // A text that a node took is shared with every later token that spells the same: an
-    // identifier used a thousand times is one record and one text.
-    if (previousMade && previous->refs > 1) {
-        if (IsKeptByKind(lexer->madeKind)) {
-            lexer->kindTexts[lexer->madeKind] = previous;
-        } else if (lexer->madeLength <= kSharedTextMax) {
-            AddSharedText(lexer->sharedTexts, previous, lexer->madeLength, lexer->madeHash);
+    // identifier used a thousand times is one record and one text. A token that no node took
+    // (a ')', a ';' ...) leaves its record and text at the arenas' ends, free for the new token's:
+    // such tokens cost the tree nothing. Only a record made for the token is given back, never a
+    // shared one, which nodes hold.
+    RefString* free = nullptr;
+    if (previousMade) {
+        if (previous->refs > 1) {
+            if (IsKeptByKind(lexer->madeKind)) {
+                lexer->kindTexts[lexer->madeKind] = previous;
+            } else if (lexer->madeLength <= kSharedTextMax) {
+                AddSharedText(lexer->sharedTexts, previous, lexer->madeLength, lexer->madeHash);
+            }
+        } else if (IsFreeAtArenasEnds(lexer, previous, lexer->madeLength)) {
+            free = previous;
         }
-    }
-    // A token that no node took (a ')', a ';' ...) leaves its record and text at the arenas' ends:
-    // the new token's take their place, so such tokens cost the tree nothing. Only a record made for
-    // the token is given back, never a shared one, which nodes hold.
-    if (previousMade && TakeBackArenaRefString(*lexer->nodes, *lexer->texts, previous, lexer->madeLength)) {
-        *lexer->tokenText = nullptr;
     }
     uint32_t hash = !IsKeptByKind(kind) && length <= kSharedTextMax ? SharedTextHash(kind, text, length) : 0;
     RefString* stored = FindTokenText(lexer, kind, text, length, hash);
+    if (!stored) {
+#if !defined(VELTJS_FAULT_INJECTION)
+        Arena& texts = *lexer->texts;
+        if (free && static_cast<size_t>(texts.end - reinterpret_cast<uint8_t*>(free->text)) > length) {
+            // The free record takes the new text where its own was: what giving both back and
+            // making a record anew would leave, the same record at the same place, written in place.
+            std::memcpy(free->text, text, length);
+            free->text[length] = '\0';
+            texts.next = reinterpret_cast<uint8_t*>(free->text) + length + 1;
+            lexer->madeText = free;
+            lexer->madeLength = length;
+            lexer->madeHash = hash;
+            lexer->madeKind = kind;
+            lexer->tokenKind = kind;
+            return;
+        }
+#endif
+    }
+    if (free) {
+        ArenaRewind(*lexer->texts, free->text);
+        ArenaRewind(*lexer->nodes, free);
+        *lexer->tokenText = nullptr;
+    }
     if (stored) {
         RetainRefString(stored);
     } else {

@@ -119,66 +119,6 @@ bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string, siz
     return true;
 }
 
-namespace {
-
-uint64_t LoadWord(const char* at) {
-    uint64_t word;
-    std::memcpy(&word, at, 8);
-    return word;
-}
-
-uint64_t LoadHalfWord(const char* at) {
-    uint32_t half;
-    std::memcpy(&half, at, 4);
-    return half;
-}
-
-constexpr uint64_t kTextHashMultiplier = 0x9E3779B97F4A7C15ull;
-
-uint64_t MixWord(uint64_t hash, uint64_t word) {
-    hash = (hash ^ word) * kTextHashMultiplier;
-    return hash ^ (hash >> 32);
-}
-
-}  // namespace
-
-// Eight bytes at a time, each word mixed in by a multiply, then a final mix, so that nearby texts
-// spread over the whole table; folded to 32 bits (no index has more slots than that). The bytes
-// after the last whole word are read as the text's last eight (or, in a text shorter than a
-// word, as overlapping halves or three single bytes), so no read goes past the text and none
-// copies byte by byte: every token's text is hashed. The length is mixed in last, so texts that
-// read alike at different lengths still differ, and the state after a text's first words serves
-// every text that begins with them (TextHashWords).
-TextHashState TextHashWords(TextHashState state, const char* text, size_t length) {
-    size_t whole = length & ~size_t{7};
-    for (; state.hashed < whole; state.hashed += 8) state.hash = MixWord(state.hash, LoadWord(text + state.hashed));
-    return state;
-}
-
-uint32_t TextHashFrom(TextHashState state, const char* text, size_t length) {
-    state = TextHashWords(state, text, length);
-    uint64_t hash = state.hash;
-    if (length > state.hashed) {
-        uint64_t word;
-        if (length >= 8) {
-            word = LoadWord(text + length - 8);
-        } else if (length >= 4) {
-            word = LoadHalfWord(text) | LoadHalfWord(text + length - 4) << 32;
-        } else {
-            auto byte = [text](size_t at) { return static_cast<uint64_t>(static_cast<unsigned char>(text[at])); };
-            word = byte(0) | byte(length / 2) << 8 | byte(length - 1) << 16;
-        }
-        hash = MixWord(hash, word);
-    }
-    hash = (hash ^ length) * kTextHashMultiplier;
-    hash ^= hash >> 33;
-    hash *= 0xFF51AFD7ED558CCDull;
-    hash ^= hash >> 33;
-    return static_cast<uint32_t>(hash ^ (hash >> 32));
-}
-
-uint32_t TextHash(const char* text, size_t length) { return TextHashFrom(TextHashState{}, text, length); }
-
 uint32_t TextHash(const char* text) { return TextHash(text, std::strlen(text)); }
 
 void AddSharedText(SharedTexts& table, RefString* string, size_t length, uint32_t hash) {

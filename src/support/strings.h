@@ -63,7 +63,8 @@ inline void ReleaseRefString(RefString* string) {
 
 // The hash texts are indexed by (the name index, the function-record index, a parse's shared
 // texts); `length` is the text's strlen. Read a word at a time: qualified names run to thousands
-// of characters. No result depends on its values.
+// of characters. No result depends on its values. Inline, with the steps below: the scanner hashes
+// nearly every identifier it reads.
 uint32_t TextHash(const char* text, size_t length);
 uint32_t TextHash(const char* text);
 
@@ -75,12 +76,74 @@ struct TextHashState {
     uint64_t hash;
     size_t hashed;   // a multiple of 8
 };
+
+namespace text_hash {
+
+inline uint64_t LoadWord(const char* at) {
+    uint64_t word;
+    std::memcpy(&word, at, 8);
+    return word;
+}
+
+inline uint64_t LoadHalfWord(const char* at) {
+    uint32_t half;
+    std::memcpy(&half, at, 4);
+    return half;
+}
+
+constexpr uint64_t kMultiplier = 0x9E3779B97F4A7C15ull;
+
+inline uint64_t MixWord(uint64_t hash, uint64_t word) {
+    hash = (hash ^ word) * kMultiplier;
+    return hash ^ (hash >> 32);
+}
+
+}  // namespace text_hash
+
 // `state`, taken over the first state.hashed bytes of `text`, carried on over its whole words up
 // to `length`.
-TextHashState TextHashWords(TextHashState state, const char* text, size_t length);
+inline TextHashState TextHashWords(TextHashState state, const char* text, size_t length) {
+    size_t whole = length & ~size_t{7};
+    for (; state.hashed < whole; state.hashed += 8) {
+        state.hash = text_hash::MixWord(state.hash, text_hash::LoadWord(text + state.hashed));
+    }
+    return state;
+}
+
 // TextHash of the `length` bytes of `text` (its strlen), of whose first state.hashed bytes
 // `state` was taken.
-uint32_t TextHashFrom(TextHashState state, const char* text, size_t length);
+//
+// Eight bytes at a time, each word mixed in by a multiply, then a final mix, so that nearby texts
+// spread over the whole table; folded to 32 bits (no index has more slots than that). The bytes
+// after the last whole word are read as the text's last eight (or, in a text shorter than a
+// word, as overlapping halves or three single bytes), so no read goes past the text and none
+// copies byte by byte: every token's text is hashed. The length is mixed in last, so texts that
+// read alike at different lengths still differ, and the state after a text's first words serves
+// every text that begins with them (TextHashWords).
+inline uint32_t TextHashFrom(TextHashState state, const char* text, size_t length) {
+    using namespace text_hash;
+    state = TextHashWords(state, text, length);
+    uint64_t hash = state.hash;
+    if (length > state.hashed) {
+        uint64_t word;
+        if (length >= 8) {
+            word = LoadWord(text + length - 8);
+        } else if (length >= 4) {
+            word = LoadHalfWord(text) | LoadHalfWord(text + length - 4) << 32;
+        } else {
+            auto byte = [text](size_t at) { return static_cast<uint64_t>(static_cast<unsigned char>(text[at])); };
+            word = byte(0) | byte(length / 2) << 8 | byte(length - 1) << 16;
+        }
+        hash = MixWord(hash, word);
+    }
+    hash = (hash ^ length) * kMultiplier;
+    hash ^= hash >> 33;
+    hash *= 0xFF51AFD7ED558CCDull;
+    hash ^= hash >> 33;
+    return static_cast<uint32_t>(hash ^ (hash >> 32));
+}
+
+inline uint32_t TextHash(const char* text, size_t length) { return TextHashFrom(TextHashState{}, text, length); }
 
 // The token texts of one parse that some node took lately, found by content, so that a later
 // token with the same text shares that record instead of copying it (an identifier used a thousand
