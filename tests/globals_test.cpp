@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "codegen/context.h"
 #include "state/process_state.h"
 #include "veltjs.h"
 
@@ -66,6 +67,57 @@ TEST(NameTable, FindReturnsTheLowestIdOfEqualTexts) {
     EXPECT_EQ(FindName("a"), -1);
     VeltJS_AddName("x", 0);
     EXPECT_EQ(FindName("c"), 2);
+}
+
+TEST(NameTable, ALastingNameIsInternedOnceAndBelievedOnlyInItsOwnGeneration) {
+    VeltJS_Init();
+    static char text[] = "alpha";
+    int32_t first = InternLastingName(text);
+    EXPECT_EQ(first, ScanForName("alpha"));
+    EXPECT_EQ(LastingNameHash(text), NameHash("alpha"));
+    // Pushes leave the first holder of the text its id.
+    PushName("beta");
+    PushName("alpha");
+    EXPECT_EQ(InternLastingName(text), first);
+    // A host's placement over that entry begins a new generation: the text is looked up again.
+    VeltJS_AddName("gamma", first);
+    int32_t again = InternLastingName(text);
+    EXPECT_EQ(again, ScanForName("alpha"));
+    EXPECT_NE(again, first);
+    // A text changed in place is believed in a new generation only.
+    std::memcpy(text, "delta", 5);
+    BeginLastingNames();
+    int32_t changed = InternLastingName(text);
+    EXPECT_EQ(changed, ScanForName("delta"));
+    EXPECT_GE(changed, 0);
+    EXPECT_EQ(LastingNameHash(text), NameHash("delta"));
+    EXPECT_EQ(InternLastingName(nullptr), -1);
+}
+
+TEST(NameTable, ALastingNameTakenBackWithItsCallIsInternedAnewAfterwards) {
+    VeltJS_Init();
+    PushName("first");
+    static char text[] = "epsilon";
+    StateMark mark;
+    BeginStateMark(mark);
+    int32_t pushed = InternLastingName(text);
+    EXPECT_EQ(pushed, 1);
+    RollBackState(mark);
+    EndStateMark(mark);
+    EXPECT_EQ(NameArray.count, 1);
+    EXPECT_EQ(InternLastingName(text), 1);
+    EXPECT_EQ(NameArray.count, 2);
+}
+
+TEST(NameTable, EveryCompileBeginsAGenerationOfLastingNames) {
+    VeltJS_Init();
+    uint64_t before = State().lastingGeneration;
+    CompileUnit* unit = VeltJS_Parse("var a = b;", "a.js", "a");
+    ASSERT_NE(VeltJS_Compile(unit, 1), nullptr);
+    EXPECT_EQ(unit->status, 0);
+    unit = VeltJS_Parse("b = a;", "b.js", "b");
+    ASSERT_NE(VeltJS_Compile(unit, 1), nullptr);
+    EXPECT_EQ(State().lastingGeneration, before + 2);
 }
 
 TEST(NameTable, ManyNamesAreEachFoundAtTheirOwnId) {

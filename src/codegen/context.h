@@ -179,15 +179,21 @@ int32_t InternName(const char* text);
 // The same for a text the table must not keep: a copy is added when the text is new.
 int32_t InternCopy(const char* text);
 int32_t InternCopy(const HashedText& text);
+// InternName of a lasting text (see LastingName): a token's text in a tree's arena, a kept copy of
+// a name, one of the library's literal names. Its id is remembered for the rest of the compile.
+int32_t InternLastingName(const char* text);
 // `kind` is a PatchKind.
 uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind);
+// The same for a lasting name.
+uint32_t AddLastingVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind);
 // A variable patch record that points at no code (offset all ones).
 void AddVarRecordWithoutSite(const char* name, uint32_t kind);
 uint32_t AddFuncAndPatch(CodeGenContext& cx, const char* name);
 // The same for a name already in the table at `nameIndex`.
 void AddFuncPatch(CodeGenContext& cx, uint32_t nameIndex);
 void AddStringAndPatch(CodeGenContext& cx, const char* text);
-// Emits call (0xD9, .i, argument count) with the AddFuncAndPatch index of `name`.
+// Emits call (0xD9, .i, argument count) with the AddFuncAndPatch index of `name`, one of the
+// library's literal helper names ("@@This@@" and the like), whose id is remembered (lasting).
 void EmitCall(CodeGenContext& cx, const char* name, uint32_t argumentCount);
 // A zeroed record with its two name indices, code offset and the initial flags. Function records
 // belong to the host once compiled; the library never frees them.

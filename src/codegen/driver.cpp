@@ -75,6 +75,9 @@ Node* DeclareFunctionNames(Node* head) {
 
 void BeginCompile(CodeGenContext& cx, const char* scriptName, uint8_t topLevel) {
     BeginStackGuard(cx.guard);
+    // Texts the last compile remembered may have moved or changed since (a later parse reuses the
+    // places of tokens no node took).
+    BeginLastingNames();
     cx.scriptName = CheckedStrdup(scriptName ? scriptName : "");
     cx.topLevel = topLevel ? 1 : 0;
     cx.code = CreateWriteBufferFrom(State().spareCode);

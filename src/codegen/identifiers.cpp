@@ -23,6 +23,21 @@ bool IsIdentifier(const Node* node) { return node->kind == LEX_ID || node->kind 
 // A this keyword reads as the name "this".
 const char* IdentifierName(const Node* node) { return node->kind == LEX_THIS ? "this" : TextOf(node); }
 
+// Whether the node's name is lasting (see LastingName): the keyword's literal, or a token's text
+// in the tree's arena, which nothing changes or frees while the compile runs. The compile
+// driver's own nodes have heap texts and are looked up afresh at every use.
+bool HasLastingName(const Node* node) {
+    return node->kind == LEX_THIS || (node->text && node->text->text && (node->text->flags & kRefStringInArena));
+}
+
+// The name's NameHash, remembered when it is lasting.
+uint32_t HashOfName(const char* name, bool lasting) { return lasting ? LastingNameHash(name) : NameHash(name); }
+
+// The name's patch record; its id remembered when it is lasting.
+uint32_t AddNamePatch(CodeGenContext& cx, const char* name, uint32_t kind, bool lasting) {
+    return lasting ? AddLastingVarAndPatch(cx, name, kind) : AddVarAndPatch(cx, name, kind);
+}
+
 // What a name refers to where it is used.
 struct Reference {
     int32_t kind;                // a VarKind
@@ -33,8 +48,9 @@ struct Reference {
 
 // A name of a store, or of a read before its other rules: a kind other than VarUnknown stands;
 // VarUnknown is looked up (a use, which the function records learn of): a plain variable is
-// VarLocal, a parameter VarArgument, nothing VarUnresolved. `hash` is the name's NameHash.
-Reference ResolveVariableHashed(CodeGenContext& cx, const char* name, uint32_t hash, int32_t kind) {
+// VarLocal, a parameter VarArgument, nothing VarUnresolved. `hash` is the name's NameHash (read
+// only for VarUnknown).
+Reference ResolveVariable(CodeGenContext& cx, const char* name, uint32_t hash, int32_t kind) {
     Reference reference{kind, nullptr, -1, nullptr};
     if (kind != VarUnknown) return reference;
     reference.entry = UseName(cx, name, hash, &reference.depth);
@@ -43,18 +59,13 @@ Reference ResolveVariableHashed(CodeGenContext& cx, const char* name, uint32_t h
     return reference;
 }
 
-Reference ResolveVariable(CodeGenContext& cx, const char* name, int32_t kind) {
-    if (kind != VarUnknown) return Reference{kind, nullptr, -1, nullptr};
-    return ResolveVariableHashed(cx, name, NameHash(name), kind);
-}
-
 // A name that is read: when neither a declared variable nor a name with a slot, a function
 // declared under the name makes it a local reference to that function; else it is unresolved,
 // unless a member. The name is hashed once for the scopes' tables, the slot table and the
 // functions' tables alike.
-Reference ResolveRead(CodeGenContext& cx, const char* name, int32_t kind) {
-    uint32_t hash = NameHash(name);
-    Reference reference = ResolveVariableHashed(cx, name, hash, kind);
+Reference ResolveRead(CodeGenContext& cx, const char* name, int32_t kind, bool lasting) {
+    uint32_t hash = HashOfName(name, lasting);
+    Reference reference = ResolveVariable(cx, name, hash, kind);
     bool foundSomething = reference.entry != nullptr;
     if (reference.kind != VarLocal && reference.kind != VarArgument) {
         foundSomething = HashFindFirst(cx.slotTable, hash) != nullptr;
@@ -97,7 +108,7 @@ int32_t WriteSelector(int32_t kind) {
 }
 
 // push.v sel name | pushb.v -6 name | push.v -13 depth:slot
-void EmitRead(CodeGenContext& cx, const Node* node, const char* name, const Reference& reference) {
+void EmitRead(CodeGenContext& cx, const Node* node, const char* name, const Reference& reference, bool lasting) {
     int32_t kind = reference.kind;
     if (kind < VarUnresolved || kind > VarArgument) {
         ReportError(node->position, "unknown var type when compiling LEX_ID type=%d", kReportedUnknownKind);
@@ -105,12 +116,12 @@ void EmitRead(CodeGenContext& cx, const Node* node, const char* name, const Refe
     uint32_t opcode = kind == VarBuiltin ? OP_PUSHB : OP_PUSH;
     uint32_t word = MakeWord1(opcode, TYPE_VARIABLE, SelectorField(ReadSelector(kind)));
     if (kind != VarArgument) {
-        uint32_t index = AddVarAndPatch(cx, name, PatchKindOf(kind));
+        uint32_t index = AddNamePatch(cx, name, PatchKindOf(kind), lasting);
         Emit(cx, {word, index | kVarReference});
         return;
     }
     uint32_t slot = reference.entry ? reference.entry->slot : kUnsetSlot;
-    if (slot == kUnsetSlot) slot = AddVarAndPatch(cx, name, PatchKindOf(kind));
+    if (slot == kUnsetSlot) slot = AddNamePatch(cx, name, PatchKindOf(kind), lasting);
     Emit(cx, {word, ArgumentOperand(reference.depth, slot)});
 }
 
@@ -129,7 +140,8 @@ void CompileIdentifier(CodeGenContext& cx, Node* node, int32_t* kind, bool wantO
         PushType(cx, TYPE_VARIABLE);
         return;
     }
-    Reference reference = ResolveRead(cx, name, *kind);
+    bool lasting = HasLastingName(node);
+    Reference reference = ResolveRead(cx, name, *kind, lasting);
     *kind = reference.kind;
     if (wantObject) {
         if (reference.kind != VarMember) EmitCall(cx, IsBuiltInFunction(name) ? "@@This@@" : "@@GlobalScope@@", 0);
@@ -141,7 +153,7 @@ void CompileIdentifier(CodeGenContext& cx, Node* node, int32_t* kind, bool wantO
                   MakeWord(OP_CONV, TYPE_INT, TYPE_VARIABLE, 0)});
         EmitCall(cx, "@@script_ref@@", 1);
     } else {
-        EmitRead(cx, node, name, reference);
+        EmitRead(cx, node, name, reference, lasting);
     }
     PushType(cx, TYPE_VARIABLE);
 }
@@ -212,14 +224,17 @@ void CompileStore(CodeGenContext& cx, Node* target, int32_t* kind, uint32_t type
     }
     if (target->kind != LEX_ID) ReportError(target->position, "Assignment error - left hand side is malformed");
     const char* name = TextOf(target);
-    Reference reference = ResolveVariable(cx, name, *kind);
+    bool lasting = HasLastingName(target);
+    // Only a name that is looked up is hashed.
+    uint32_t hash = *kind == VarUnknown ? HashOfName(name, lasting) : 0;
+    Reference reference = ResolveVariable(cx, name, hash, *kind);
     *kind = reference.kind;
     uint32_t word = MakeWord(OP_POP, TYPE_VARIABLE, type, SelectorField(WriteSelector(reference.kind)));
     if (reference.kind == VarArgument) {
         Emit(cx, {word, ArgumentOperand(reference.depth, reference.entry ? reference.entry->slot : kUnsetSlot)});
         return;
     }
-    uint32_t index = AddVarAndPatch(cx, name, PatchKindOf(reference.kind));
+    uint32_t index = AddNamePatch(cx, name, PatchKindOf(reference.kind), lasting);
     Emit(cx, {word, index | kVarReference});
 }
 

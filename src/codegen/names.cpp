@@ -29,6 +29,17 @@ int32_t InternName(const char* text) {
     return index >= 0 ? index : PushName(hashed);
 }
 
+int32_t InternLastingName(const char* text) {
+    if (!text) return -1;
+    LastingName& entry = LastingNameEntry(text);
+    if (entry.known & kKnownNameId) return entry.id;
+    // The table only grows within a generation, so the first holder of the text stays its id.
+    int32_t id = InternName(text);
+    entry.id = id;
+    entry.known |= kKnownNameId;
+    return id;
+}
+
 int32_t InternCopy(const char* text) { return InternCopy(HashedText{text, TextHash(text)}); }
 
 int32_t InternCopy(const HashedText& text) {
@@ -39,14 +50,26 @@ int32_t InternCopy(const HashedText& text) {
     return PushName(HashedText{KeepText(text.text), text.hash});
 }
 
-uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind) {
+namespace {
+
+uint32_t AddVarAndPatchAt(CodeGenContext& cx, const char* name, uint32_t kind, int32_t (*intern)(const char*)) {
     if (!name) {
         std::printf("ERROR! :: AddVarAndPatch :: Invalid NULL\n");
         return kNoName;
     }
-    uint32_t index = static_cast<uint32_t>(InternName(name));
+    uint32_t index = static_cast<uint32_t>(intern(name));
     PushPtr(GlobalVarList, NewPatchRecord(index, kind, static_cast<uint64_t>(CodeOffset(cx))));
     return index;
+}
+
+}  // namespace
+
+uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind) {
+    return AddVarAndPatchAt(cx, name, kind, InternName);
+}
+
+uint32_t AddLastingVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind) {
+    return AddVarAndPatchAt(cx, name, kind, InternLastingName);
 }
 
 void AddVarRecordWithoutSite(const char* name, uint32_t kind) {
@@ -67,6 +90,18 @@ void AddFuncPatch(CodeGenContext& cx, uint32_t nameIndex) {
     PushPtr(GlobalFuncList, NewPatchRecord(nameIndex, 0, static_cast<uint64_t>(CodeOffset(cx))));
 }
 
+namespace {
+
+// AddFuncAndPatch of a helper's name, one of the library's literals: lasting.
+uint32_t AddHelperAndPatch(CodeGenContext& cx, const char* name) {
+    if (!name) return AddFuncAndPatch(cx, name);
+    uint32_t index = static_cast<uint32_t>(InternLastingName(name));
+    AddFuncPatch(cx, index);
+    return index;
+}
+
+}  // namespace
+
 // push.s index (the patch record points at the operand word)
 void AddStringAndPatch(CodeGenContext& cx, const char* text) {
     Emit(cx, {MakeWord1(OP_PUSH, TYPE_STRING, 0)});
@@ -84,7 +119,7 @@ void AddStringAndPatch(CodeGenContext& cx, const char* text) {
 
 // call.i argumentCount, name index
 void EmitCall(CodeGenContext& cx, const char* name, uint32_t argumentCount) {
-    uint32_t index = AddFuncAndPatch(cx, name);
+    uint32_t index = AddHelperAndPatch(cx, name);
     Emit(cx, {MakeWord1(OP_CALL, TYPE_INT, argumentCount & 0xFFFFu), index});
 }
 

@@ -65,7 +65,8 @@ uint32_t* NamePairs(CodeGenContext& cx, const HashTable& table) {
         for (int32_t i = 0; i < taken; i++, used++) {
             WriteQualifiedName(cx, VarEntryText(vars[i]), cx.nameScratch);
             pairs[used * 2] = static_cast<uint32_t>(InternCopy(HashedText{cx.nameScratch.text, hashes[i]}));
-            pairs[used * 2 + 1] = static_cast<uint32_t>(InternName(VarEntryText(vars[i])));
+            // The entry's copy of its name is kept for the life of the process: lasting.
+            pairs[used * 2 + 1] = static_cast<uint32_t>(InternLastingName(VarEntryText(vars[i])));
         }
     }
 }

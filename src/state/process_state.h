@@ -48,6 +48,23 @@ struct NameCacheEntry {
 };
 constexpr uint32_t kNameCacheEntries = 4096;
 
+// What a lasting text's name id (InternName) and NameHash were, remembered by the text's address.
+// A text is lasting when it stays at its address, unchanged, for as long as one generation is
+// asked: a token's text in a tree's arena, a kept copy of a name, one of the library's literal
+// names. A generation begins with every compile, and with every change to the name table other
+// than a push (a host's placement, a call taken back, a reset), so an entry of an earlier one is
+// never believed: a script's names are looked up and hashed once each, not at every use.
+struct LastingName {
+    const char* text;      // null: empty
+    uint64_t generation;
+    uint32_t known;        // kKnownNameId | kKnownNameHash
+    int32_t id;
+    uint32_t nameHash;
+};
+constexpr uint32_t kLastingNameEntries = 4096;
+constexpr uint32_t kKnownNameId = 1;
+constexpr uint32_t kKnownNameHash = 2;
+
 // Positions in the function-record list by qualified name: open addressing with linear probing.
 // A slot keeps the name's hash, the position and a text of the name that lives as long as the
 // process: the name table's copy when the compile made it, else one of its own (in the text arena).
@@ -85,6 +102,8 @@ struct ProcessState {
     NameIndex nameIndex;
     NameCacheEntry nameCache[kNameCacheEntries];
     uint64_t nameOverwrites;           // entries below the count a host has overwritten
+    LastingName lastingNames[kLastingNameEntries];
+    uint64_t lastingGeneration;
     // Qualified name -> position in functionRecords, in step with the list.
     FunctionIndex functionIndex;
     CodeGenGlobals codegen;
@@ -165,6 +184,13 @@ void PrefetchName(uint32_t hash);
 // changed or the name is in the table.
 int32_t PushName(const char* text);
 int32_t PushName(const HashedText& text);
+// The entry of a lasting text (see LastingName) in the current generation: its own, or a cleared
+// one that it takes over.
+LastingName& LastingNameEntry(const char* text);
+// Ends the current generation of lasting names.
+void BeginLastingNames();
+// NameHash of a lasting text, remembered.
+uint32_t LastingNameHash(const char* text);
 // VeltJS_AddName's placement rules; count never changes. Throws with nothing changed when the
 // entry cannot be made addressable.
 void PlaceName(const char* name, int32_t index);

@@ -35,8 +35,10 @@ void RollBackState(StateMark& mark) {
             std::memcpy(NameArray.data + mark.names.count, mark.savedTail,
                         static_cast<size_t>(mark.savedTailLength) * sizeof(void*));
         }
-        // Entries the index knew may be gone: it is rebuilt at the next lookup.
+        // Entries the index knew may be gone: it is rebuilt at the next lookup, and no lasting
+        // name's id is believed.
         State().nameIndex.stale = true;
+        BeginLastingNames();
     }
     DropFunctionPositionsFrom(mark.records.count);
     // A root record made by this call is dropped: the next compile makes a fresh one.
