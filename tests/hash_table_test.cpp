@@ -130,6 +130,43 @@ TEST(HashTable, IndexedTableAnswersAsTheChainsDo) {
     EXPECT_EQ(table.index, nullptr);
 }
 
+TEST(HashTable, APoolThatKeepsBucketArraysGivesAClearedTablesArrayToTheNextTableOfItsSize) {
+    Scratch scratch{};
+    HashEntryPool pool{&scratch, nullptr};
+    pool.poolsBuckets = true;
+    std::vector<int> values(64);
+    HashTable first{};
+    InitHashTable(first, 16, &pool);
+    HashInsertHashed(first, 0, &values[0]);
+    HashBucket* firstBuckets = first.buckets;
+    ASSERT_NE(firstBuckets, nullptr);
+    // The array is the scratch record carved after the first entry.
+    EXPECT_EQ(reinterpret_cast<uint8_t*>(firstBuckets) + 16 * sizeof(HashBucket), scratch.next);
+    for (int i = 1; i < 40; i++) HashInsertHashed(first, static_cast<uint32_t>(i * 7), &values[i]);
+    ClearHashTable(first);
+    EXPECT_EQ(first.buckets, nullptr);
+    // A table of another size gets an array of its own; one of the same size gets the cleared
+    // array, with every bucket empty but the one its entry went to.
+    HashTable other{};
+    InitHashTable(other, 8, &pool);
+    HashInsertHashed(other, 3, &values[0]);
+    EXPECT_NE(other.buckets, firstBuckets);
+    HashTable next{};
+    InitHashTable(next, 16, &pool);
+    HashInsertHashed(next, 5, &values[1]);
+    ASSERT_EQ(next.buckets, firstBuckets);
+    for (int32_t bucket = 0; bucket < 16; bucket++) {
+        if (bucket == 5) continue;
+        EXPECT_EQ(next.buckets[bucket].first, nullptr) << bucket;
+        EXPECT_EQ(next.buckets[bucket].last, nullptr) << bucket;
+    }
+    EXPECT_EQ(HashFindFirst(next, 5)->value, &values[1]);
+    EXPECT_EQ(HashFindFirst(next, 0), nullptr);
+    EXPECT_EQ(next.buckets[5].first, next.buckets[5].last);
+    ClearHashTable(next);
+    ClearHashTable(other);
+}
+
 TEST(HashTable, ATableOfPooledEntriesChainsAsAHeapTableAndItsClearedEntriesServeTheNextTable) {
     Scratch scratch{};
     HashEntryPool pool{&scratch, nullptr};

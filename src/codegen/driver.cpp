@@ -87,6 +87,7 @@ void BeginCompile(CodeGenContext& cx, const char* scriptName, uint8_t topLevel) 
     cx.typeDepth = 0;
     cx.typeHighWater = 0;
     cx.tableEntries = HashEntryPool{&State().compileScratch, nullptr};
+    cx.tableEntries.poolsBuckets = true;
     InitHashTable(cx.labelTable, kLabelTableBuckets, &cx.tableEntries);
     InitHashTable(cx.slotTable, kSlotTableBuckets, &cx.tableEntries);
 
@@ -135,8 +136,9 @@ void CleanUpContext(CodeGenContext& cx) {
     FreeTargets(cx.continueTargets);
     FreeTargets(cx.breakTargets);
     while (cx.scopes.count > 0) PopScope(cx);
-    // Every table of the compile is cleared: its entries go with the scratch.
+    // Every table of the compile is cleared: its entries and bucket arrays go with the scratch.
     cx.tableEntries.spare = nullptr;
+    for (HashBucket*& buckets : cx.tableEntries.spareBuckets) buckets = nullptr;
     std::free(cx.typeStack);
     cx.typeStack = nullptr;
     cx.typeDepth = cx.typeCapacity = 0;

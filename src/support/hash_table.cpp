@@ -109,6 +109,44 @@ void GiveBack(HashTable& table, HashEntry* entry) {
     table.entries->spare = entry;
 }
 
+// The pool's size class of the table's bucket arrays, or -1 when they are heap blocks.
+int32_t BucketSizeClass(const HashTable& table) {
+    if (!table.entries || !table.entries->poolsBuckets) return -1;
+    int32_t size = __builtin_ctz(static_cast<uint32_t>(table.mask) + 1);
+    return size < kPooledBucketSizes ? size : -1;
+}
+
+// Empty buckets for the table's first entry: a cleared table's array of the same size, a new
+// scratch record, or a heap block; null when there is no memory.
+HashBucket* NewBuckets(HashTable& table) noexcept {
+    size_t count = static_cast<size_t>(table.mask) + 1;
+    int32_t size = BucketSizeClass(table);
+    if (size < 0) return static_cast<HashBucket*>(TryCalloc(count, sizeof(HashBucket)));
+    HashEntryPool& pool = *table.entries;
+    if (HashBucket* buckets = pool.spareBuckets[size]) {
+        pool.spareBuckets[size] = reinterpret_cast<HashBucket*>(buckets[0].first);
+        buckets[0].first = nullptr;
+        return buckets;
+    }
+    try {
+        return static_cast<HashBucket*>(ScratchAllocate(*pool.scratch, count * sizeof(HashBucket)));
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+// `buckets`, all empty, back to where they came from.
+void ReleaseBuckets(HashTable& table, HashBucket* buckets) {
+    int32_t size = BucketSizeClass(table);
+    if (size < 0) {
+        std::free(buckets);
+        return;
+    }
+    HashEntryPool& pool = *table.entries;
+    buckets[0].first = reinterpret_cast<HashEntry*>(pool.spareBuckets[size]);
+    pool.spareBuckets[size] = buckets;
+}
+
 }  // namespace
 
 void InitHashTable(HashTable& table, int32_t bucketCount, HashEntryPool* entries) {
@@ -126,7 +164,7 @@ void InitHashTable(HashTable& table, int32_t bucketCount, HashEntryPool* entries
 HashEntry* HashInsertHashed(HashTable& table, uint32_t hash, void* value) {
     HashEntry* entry = NewEntry(table);
     if (!table.buckets) {
-        table.buckets = static_cast<HashBucket*>(TryCalloc(static_cast<size_t>(table.mask) + 1, sizeof(HashBucket)));
+        table.buckets = NewBuckets(table);
         if (!table.buckets) {
             GiveBack(table, entry);
             throw std::bad_alloc();
@@ -174,7 +212,7 @@ void ClearHashTable(HashTable& table) {
             bucket.first = bucket.last = nullptr;
         }
         table.count = 0;
-        std::free(table.buckets);
+        ReleaseBuckets(table, table.buckets);
         table.buckets = nullptr;
         return;
     }
@@ -189,6 +227,6 @@ void ClearHashTable(HashTable& table) {
             entry = next;
         }
     }
-    std::free(table.buckets);
+    ReleaseBuckets(table, table.buckets);
     table.buckets = nullptr;
 }

@@ -27,9 +27,18 @@ struct Scratch;
 // The entries of the tables of one compile: carved from its scratch records, and those of a table
 // cleared taken again by the next insertions, so the compile holds no more entries at once than
 // its open tables do. The compile clears its tables before its scratch is taken back.
+// A pool that also keeps bucket arrays hands them out the same way, by size: a compile's, whose
+// tables are many and small (three per function).
+constexpr int32_t kPooledBucketSizes = 5;   // arrays of 1, 2, 4, 8 and 16 buckets
+
 struct HashEntryPool {
     Scratch* scratch;
     HashEntry* spare;   // entries of cleared tables, linked through `next`
+    // Whether the bucket arrays of the pool's tables are scratch records too (else heap blocks).
+    bool poolsBuckets = false;
+    // Bucket arrays of cleared tables by the log2 of their bucket count, linked through their
+    // first bucket's `first`; every other bucket of a spare array is empty.
+    HashBucket* spareBuckets[kPooledBucketSizes] = {};
 };
 
 struct HashTable {
