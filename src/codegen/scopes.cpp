@@ -101,7 +101,8 @@ void RecordNameUse(CodeGenContext& cx, const char* name, const NameLookup& found
     FunctionRecord* record = found.scope->function;
     bool parameter = found.entry->kind == kVarEntryParameter;
     bool variable = found.entry->kind == kVarEntryVariable;
-    if (name && std::strcmp(name, "arguments") == 0) {
+    // The first letter first: nearly every name is another.
+    if (name && name[0] == 'a' && std::strcmp(name, "arguments") == 0) {
         if (record) record->flags |= kFlagArgumentsOrOuterParameter;
     } else if (record) {
         if (variable && found.depth > 0) record->flags |= kFlagOuterVariable;

@@ -268,7 +268,7 @@ void FreeBlock(uint8_t* data, size_t size, bool mapped) {
     std::free(data);
 }
 
-void* ScratchAllocate(Scratch& scratch, size_t size) {
+void* ScratchAllocateAny(Scratch& scratch, size_t size) {
     if (AllocationShouldFail()) throw std::bad_alloc();
     size = ArenaRecordSize(size);
     while (!scratch.next || static_cast<size_t>(scratch.end - scratch.next) < size) {

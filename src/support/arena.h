@@ -156,8 +156,21 @@ struct Scratch {
     bool largestBlocks;      // new blocks are the largest at once (ScratchExpect)
 };
 
-// Throws std::bad_alloc, with the scratch unchanged, when a new block cannot be had.
-void* ScratchAllocate(Scratch& scratch, size_t size);
+// Throws std::bad_alloc, with the scratch unchanged, when a new block cannot be had. Every label,
+// branch site and table entry of a compile is one, so the common case (room in the current
+// block) is inline and does exactly what ScratchAllocateAny does then.
+void* ScratchAllocateAny(Scratch& scratch, size_t size);
+inline void* ScratchAllocate(Scratch& scratch, size_t size) {
+#if !defined(VELTJS_FAULT_INJECTION)
+    size_t rounded = ArenaRecordSize(size);
+    if (scratch.next && static_cast<size_t>(scratch.end - scratch.next) >= rounded) {
+        uint8_t* record = scratch.next;
+        scratch.next += rounded;
+        return std::memset(record, 0, rounded);
+    }
+#endif
+    return ScratchAllocateAny(scratch, size);
+}
 // Tells the scratch that a compile will ask for about `bytes`; from kArenaExpectedLarge on, the
 // blocks it has yet to add are the largest at once, as ArenaExpect does for an arena. The blocks it
 // has are used first, as always.
