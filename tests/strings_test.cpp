@@ -99,6 +99,21 @@ TEST(RefString, AStringSomeoneElseHoldsOrThatIsNotLastOrNotInAnArenaIsNotTakenBa
     EXPECT_FALSE(TakeBackArenaRefString(records, texts, nullptr));
 }
 
+TEST(SharedTexts, SameBytesAgreesWithMemcmpAtEveryLengthAndEveryDifferingByte) {
+    for (size_t length = 0; length <= 40; length++) {
+        // Blocks of exactly the text's size, so that a read outside them is a sanitizer report.
+        std::vector<char> a(length), b(length);
+        for (size_t i = 0; i < length; i++) a[i] = b[i] = static_cast<char>('a' + i % 26);
+        EXPECT_TRUE(SameBytes(a.data(), b.data(), length)) << length;
+        for (size_t at = 0; at < length; at++) {
+            b[at] = static_cast<char>(b[at] ^ 0x20);
+            EXPECT_FALSE(SameBytes(a.data(), b.data(), length)) << length << " " << at;
+            EXPECT_EQ(SameBytes(a.data(), b.data(), length), std::memcmp(a.data(), b.data(), length) == 0);
+            b[at] = a[at];
+        }
+    }
+}
+
 TEST(SharedTexts, ATextIsFoundOnlyUnderItsHashWithItsLengthAndItsBytes) {
     Arena records{};
     Arena texts{};

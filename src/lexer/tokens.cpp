@@ -45,51 +45,36 @@ static_assert(sizeof(kKindNames) / sizeof(kKindNames[0]) == kLastNamedKind - kFi
 // The formatted names are limited to 31 characters.
 constexpr size_t kNameLimit = 32;
 
-// The entries of the sorted table that begin with each lower-case letter, [begin, end), and the
-// lengths they have (bit n: a keyword of n letters): every keyword starts with one, so a word is
-// compared only with the few that share its first letter, and only when one of them has its length.
-struct KeywordRun {
-    uint8_t begin;
-    uint8_t end;
-    uint16_t lengths;
-};
-
-struct KeywordRuns {
-    KeywordRun byLetter[26];
-};
-
 constexpr size_t kLongestKeyword = 10;   // "instanceof"
+// At most two keywords share a first letter and a length ("catch" and "const", "if" and "in",
+// "this" and "true"), so a word is compared with at most two.
+constexpr size_t kKeywordsPerLetterAndLength = 2;
+constexpr uint8_t kNoKeyword = 0xFF;
 
-KeywordRuns MakeKeywordRuns() {
-    KeywordRuns runs{};
+// The table's entries by first letter and length: a word is compared only with the keywords that
+// have both, from its second letter on.
+struct KeywordCandidates {
+    uint8_t entries[26][kLongestKeyword + 1][kKeywordsPerLetterAndLength];
+};
+
+KeywordCandidates MakeKeywordCandidates() {
+    KeywordCandidates candidates;
+    std::memset(&candidates, kNoKeyword, sizeof candidates);
     constexpr uint8_t kCount = sizeof KeywordTable / sizeof KeywordTable[0];
-    for (uint8_t i = kCount; i-- > 0;) {
-        KeywordRun& run = runs.byLetter[KeywordTable[i].text[0] - 'a'];
-        if (run.end == 0) run.end = static_cast<uint8_t>(i + 1);
-        run.begin = i;
-        run.lengths |= static_cast<uint16_t>(1u << std::strlen(KeywordTable[i].text));
+    for (uint8_t i = 0; i < kCount; i++) {
+        const char* text = KeywordTable[i].text;
+        uint8_t* slots = candidates.entries[text[0] - 'a'][std::strlen(text)];
+        size_t at = 0;
+        while (at < kKeywordsPerLetterAndLength && slots[at] != kNoKeyword) at++;
+        // A third keyword of a letter and length would be left out, and found by no lookup
+        // (KeywordTable.EveryEntryIsFoundWithItsKind).
+        if (at < kKeywordsPerLetterAndLength) slots[at] = i;
     }
-    return runs;
+    return candidates;
 }
 
 // Made at load from the table above it in this file.
-const KeywordRuns kKeywordRuns = MakeKeywordRuns();
-
-// Out of line, so that the common answer (no keyword has the word's first letter and length)
-// returns without saving the registers this loop needs.
-// `text` need not end with a NUL: the scanner asks about words in the source itself.
-__attribute__((noinline)) int32_t FindInRun(const KeywordRun& run, const char* text, size_t length) {
-    for (uint8_t i = run.begin; i < run.end; i++) {
-        // From the second letter on: most identifiers part from the keywords there. A shorter
-        // keyword's NUL differs from every byte of the word (which holds none), so the loop stops
-        // there; a longer keyword has no NUL where the word ends.
-        const char* keyword = KeywordTable[i].text;
-        size_t at = 1;
-        while (at < length && keyword[at] == text[at]) at++;
-        if (at == length && keyword[length] == '\0') return KeywordTable[i].kind;
-    }
-    return LEX_ID;
-}
+const KeywordCandidates kKeywordCandidates = MakeKeywordCandidates();
 
 // Copies the kind's name into `out`, so a report does not have to hold a RefString.
 void CopyKindName(int32_t kind, char (&out)[kNameLimit]) {
@@ -108,10 +93,16 @@ const char* CurrentText(const Lexer* lexer) {
 int32_t LookupKeyword(const char* text) { return LookupKeyword(text, std::strlen(text)); }
 
 int32_t LookupKeyword(const char* text, size_t length) {
-    if (length > kLongestKeyword || text[0] < 'a' || text[0] > 'z') return LEX_ID;
-    const KeywordRun& run = kKeywordRuns.byLetter[text[0] - 'a'];
-    if ((run.lengths >> length & 1u) == 0) return LEX_ID;
-    return FindInRun(run, text, length);
+    if (length > kLongestKeyword || length == 0 || text[0] < 'a' || text[0] > 'z') return LEX_ID;
+    // `text` need not end with a NUL: the scanner asks about words in the source itself.
+    for (uint8_t index : kKeywordCandidates.entries[text[0] - 'a'][length]) {
+        if (index == kNoKeyword) break;
+        const char* keyword = KeywordTable[index].text;
+        size_t at = 1;
+        while (at < length && keyword[at] == text[at]) at++;
+        if (at == length) return KeywordTable[index].kind;
+    }
+    return LEX_ID;
 }
 
 RefString* TokenKindName(int32_t kind) {

@@ -171,6 +171,22 @@ constexpr size_t kSharedTextMax = 64;
 constexpr uint32_t kFirstSharedTextSlots = 256;
 constexpr uint32_t kMaxSharedTextSlots = 4096;
 
+// Whether the `length` bytes at `a` and at `b` are the same; reads no byte outside them. A token's
+// text is a few bytes: up to 16 are compared a word or two at a time, without a call.
+inline bool SameBytes(const char* a, const char* b, size_t length) {
+    using text_hash::LoadHalfWord;
+    using text_hash::LoadWord;
+    if (length > 16) return std::memcmp(a, b, length) == 0;
+    if (length >= 8) return LoadWord(a) == LoadWord(b) && LoadWord(a + length - 8) == LoadWord(b + length - 8);
+    if (length >= 4) {
+        return LoadHalfWord(a) == LoadHalfWord(b) && LoadHalfWord(a + length - 4) == LoadHalfWord(b + length - 4);
+    }
+    for (size_t at = 0; at < length; at++) {
+        if (a[at] != b[at]) return false;
+    }
+    return true;
+}
+
 // The live record whose text is `text` (`length` bytes, its strlen) under `hash`, or null. Asked
 // for every token, so inline.
 inline RefString* FindSharedText(const SharedTexts& table, const char* text, size_t length, uint32_t hash) {
@@ -178,7 +194,7 @@ inline RefString* FindSharedText(const SharedTexts& table, const char* text, siz
     const SharedTextSlot& slot = table.slots[hash & table.mask];
     // A released record's text is null: it matches no token.
     if (slot.string && slot.hash == hash && slot.length == length && slot.string->text &&
-        std::memcmp(slot.string->text, text, length) == 0) {
+        SameBytes(slot.string->text, text, length)) {
         return slot.string;
     }
     return nullptr;
