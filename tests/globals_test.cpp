@@ -57,6 +57,49 @@ TEST(NameTable, FindAgreesWithAScanUnderPushesAndHostPlacements) {
     }
 }
 
+TEST(NameTable, InterningIndexesANewNameWhereItsLookupEndedUnderGrowthAndHostPlacements) {
+    VeltJS_Init();
+    std::mt19937 random(2026);
+    const std::vector<std::string>* texts =
+        &LastingTexts(60000, [&](int) { return "m" + std::to_string(random() % 8000); });
+    // First growth alone: the index doubles several times while every name is new.
+    const std::vector<std::string>* fresh = &LastingTexts(5000, [](int i) { return "fresh" + std::to_string(i); });
+    for (int i = 0; i < 5000; i++) {
+        ASSERT_EQ(i % 2 ? InternCopy((*fresh)[i].c_str()) : InternName((*fresh)[i].c_str()), i);
+        // An index more than half full would be one push from a probe that never ends.
+        ASSERT_LE(static_cast<uint64_t>(State().nameIndex.used) * 2, State().nameIndex.mask + 1) << i;
+    }
+    for (int i = 0; i < 5000; i++) ASSERT_EQ(FindName((*fresh)[i].c_str()), i);
+    // The last growth, at 4,097 names, has moved the outgrown table's 8,192 slots on since.
+    EXPECT_EQ(State().nameIndex.previous, nullptr);
+    size_t next = 0;
+    for (int step = 0; step < 20000; step++) {
+        const std::string& text = (*texts)[next++ % texts->size()];
+        int action = static_cast<int>(random() % 100);
+        if (action < 60) {
+            int32_t expected = ScanForName(text.c_str());
+            int32_t count = NameArray.count;
+            int32_t id = InternName(text.c_str());
+            ASSERT_EQ(id, expected >= 0 ? expected : count) << "step " << step << " " << text;
+        } else if (action < 90) {
+            int32_t expected = ScanForName(text.c_str());
+            int32_t count = NameArray.count;
+            int32_t id = InternCopy(text.c_str());
+            ASSERT_EQ(id, expected >= 0 ? expected : count) << "step " << step << " " << text;
+            if (expected < 0) {
+                ASSERT_NE(NameArray.data[id], static_cast<const void*>(text.c_str()));
+            }
+        } else if (action < 97 && NameArray.count > 0) {
+            VeltJS_AddName(text.c_str(), static_cast<int32_t>(random() % static_cast<uint32_t>(NameArray.count)));
+        } else {
+            VeltJS_AddName(text.c_str(), NameArray.count + static_cast<int32_t>(random() % 3));
+        }
+        ASSERT_LE(static_cast<uint64_t>(State().nameIndex.used) * 2, State().nameIndex.mask + 1) << step;
+        const std::string& probe = (*texts)[random() % texts->size()];
+        ASSERT_EQ(FindName(probe.c_str()), ScanForName(probe.c_str())) << "step " << step << " " << probe;
+    }
+}
+
 TEST(NameTable, FindReturnsTheLowestIdOfEqualTexts) {
     VeltJS_Init();
     PushName("a");

@@ -25,8 +25,9 @@ int32_t InternName(const char* text) {
     if (!text) return -1;
     // Hashed once for the lookup and, when the text is new, for indexing the push.
     HashedText hashed{text, TextHash(text)};
-    int32_t index = FindName(hashed);
-    return index >= 0 ? index : PushName(hashed);
+    NameSlot* place;
+    int32_t index = FindNameOrPlace(hashed, &place);
+    return index >= 0 ? index : PushNewName(hashed, place);
 }
 
 int32_t InternLastingName(const char* text) {
@@ -43,11 +44,12 @@ int32_t InternLastingName(const char* text) {
 int32_t InternCopy(const char* text) { return InternCopy(HashedText{text, TextHash(text)}); }
 
 int32_t InternCopy(const HashedText& text) {
-    int32_t index = FindName(text);
+    NameSlot* place;
+    int32_t index = FindNameOrPlace(text, &place);
     if (index >= 0) return index;
     // The table keeps the copy for the life of the process (and so does the arena when the push
-    // fails).
-    return PushName(HashedText{KeepText(text.text), text.hash});
+    // fails). Copying changes neither the table nor its index.
+    return PushNewName(HashedText{KeepText(text.text), text.hash}, place);
 }
 
 namespace {

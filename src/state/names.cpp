@@ -137,14 +137,27 @@ HashedText HashText(const char* text, size_t length) { return {text, TextHash(te
 int32_t FindName(const char* text) { return FindName(HashedText{text, TextHash(text)}); }
 
 int32_t FindName(const HashedText& text) {
+    NameSlot* unused;
+    return FindNameOrPlace(text, &unused);
+}
+
+int32_t FindNameOrPlace(const HashedText& text, NameSlot** place) {
     NameIndex& index = State().nameIndex;
+    *place = nullptr;
     // Nearly always the index is current: only a push or a host's placement puts it behind.
     if (IndexIsBehind(index)) CatchUp(index);
     int32_t id = Recall(text.text, text.hash);
     if (id >= 0) return id;
-    id = Lookup(index, text.text, text.hash);
-    if (id >= 0) Remember(text.hash, id);
-    return id;
+    // Lookup's two probes, keeping the empty slot of the current table where the text would go.
+    NameSlot& slot = Probe(index.slots, index.mask, text.text, text.hash);
+    id = IdOf(slot);
+    if (id < 0 && index.previous) id = IdOf(Probe(index.previous, index.previousMask, text.text, text.hash));
+    if (id >= 0) {
+        Remember(text.hash, id);
+        return id;
+    }
+    *place = &slot;
+    return -1;
 }
 
 void PrefetchName(uint32_t hash) {
@@ -153,6 +166,24 @@ void PrefetchName(uint32_t hash) {
 }
 
 int32_t PushName(const char* text) { return PushName(HashedText{text, text ? TextHash(text) : 0}); }
+
+int32_t PushNewName(const HashedText& text, NameSlot* place) {
+    NameIndex& index = State().nameIndex;
+    // The place stands while the index is as FindNameOrPlace left it (current, every name up to
+    // the count in it) and needs no room: then the push indexes its name there, as the catch-up
+    // would (its lookup would miss, and its probe end at the same empty slot).
+    bool placeStands = place && !IndexIsBehind(index) && static_cast<uint64_t>(index.used + 1) * 2 <= index.mask + 1;
+    if (!placeStands) return PushName(text);
+    StateMark* mark = State().activeMark;
+    if (mark && !mark->tailSaved) SaveNameTail(*mark);
+    int32_t id = PushPtr(NameArray, const_cast<char*>(text.text));
+    place->hash = text.hash;
+    place->idPlusOne = static_cast<uint32_t>(id) + 1;
+    index.used++;
+    index.indexed = id + 1;
+    MoveSlots(index, kSlotsMovedPerInsert);
+    return id;
+}
 
 int32_t PushName(const HashedText& text) {
     StateMark* mark = State().activeMark;

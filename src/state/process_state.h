@@ -177,6 +177,12 @@ HashedText HashText(const char* text, size_t length);
 // Answers as a front-to-back strcmp scan would, through an index kept in step with the array.
 int32_t FindName(const char* text);
 int32_t FindName(const HashedText& text);
+// FindName that, when the text is not in the table, also gives the place in the index where it
+// would go, for PushNewName; null when there is none to give.
+int32_t FindNameOrPlace(const HashedText& text, NameSlot** place);
+// PushName of a text that FindNameOrPlace has just not found (nothing in between changed the
+// table or its index), indexed at the place it gave without looking the text up again.
+int32_t PushNewName(const HashedText& text, NameSlot* place);
 // Asks for the memory a lookup of a text with this TextHash reads first (its slot in the index),
 // so that a caller with several names to look up can have their waits overlap. Changes nothing.
 void PrefetchName(uint32_t hash);
