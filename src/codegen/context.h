@@ -96,6 +96,7 @@ struct CodeGenContext {
     HashTable slotTable;
     const Node* statement;   // the innermost statement being compiled, where branch errors point
     StringBuilder nameScratch;   // where qualified names are built before they are interned
+    StringBuilder batchNames;    // a batch of a function record's qualified names, NUL-separated
     // Every open scope's declared function name followed by '@', outermost first: the part that
     // qualified names made in the innermost scope share.
     StringBuilder qualifierPrefix;
@@ -179,6 +180,8 @@ int32_t InternName(const char* text);
 // The same for a text the table must not keep: a copy is added when the text is new.
 int32_t InternCopy(const char* text);
 int32_t InternCopy(const HashedText& text);
+// The same for a text whose strlen is known.
+int32_t InternCopy(const HashedText& text, size_t length);
 // InternName of a lasting text (see LastingName): a token's text in a tree's arena, a kept copy of
 // a name, one of the library's literal names. Its id is remembered for the rest of the compile.
 int32_t InternLastingName(const char* text);

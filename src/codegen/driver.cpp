@@ -148,6 +148,7 @@ void CleanUpContext(CodeGenContext& cx) {
     std::free(cx.scriptName);
     cx.scriptName = nullptr;
     FreeStringBuilder(cx.nameScratch);
+    FreeStringBuilder(cx.batchNames);
     FreeStringBuilder(cx.qualifierPrefix);
     cx.spareLabels = nullptr;
     cx.spareSites = nullptr;

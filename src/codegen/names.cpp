@@ -2,6 +2,7 @@
 // a host where in the code a variable, function or string index is to be filled in.
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "codegen/context.h"
 
@@ -43,13 +44,15 @@ int32_t InternLastingName(const char* text) {
 
 int32_t InternCopy(const char* text) { return InternCopy(HashedText{text, TextHash(text)}); }
 
-int32_t InternCopy(const HashedText& text) {
+int32_t InternCopy(const HashedText& text) { return InternCopy(text, std::strlen(text.text)); }
+
+int32_t InternCopy(const HashedText& text, size_t length) {
     NameSlot* place;
     int32_t index = FindNameOrPlace(text, &place);
     if (index >= 0) return index;
     // The table keeps the copy for the life of the process (and so does the arena when the push
     // fails). Copying changes neither the table nor its index.
-    return PushNewName(HashedText{KeepText(text.text), text.hash}, place);
+    return PushNewName(HashedText{ArenaCopyText(State().texts, text.text, length), text.hash}, place);
 }
 
 namespace {

@@ -40,31 +40,54 @@ void* FindValue(const HashTable& table, uint32_t hash) {
 // in a large index) overlap instead of following one another.
 constexpr int32_t kNamePairsBatch = 16;
 
+// Appends `name`'s qualified name and its NUL to `batch` (WriteQualifiedName's text) and returns
+// its length.
+size_t AppendQualifiedName(CodeGenContext& cx, const char* name, StringBuilder& batch) {
+    const StringBuilder& prefix = cx.qualifierPrefix;
+    size_t nameLength = std::strlen(name);
+    size_t length = prefix.length + nameLength;
+    if (static_cast<uint64_t>(batch.length) + length + 1 >= INT32_MAX) throw std::bad_alloc();
+    ReserveText(batch, static_cast<uint32_t>(length + 1));
+    char* out = batch.text + batch.length;
+    if (prefix.length > 0) std::memcpy(out, prefix.text, prefix.length);
+    std::memcpy(out + prefix.length, name, nameLength + 1);
+    batch.length += static_cast<uint32_t>(length + 1);
+    return length;
+}
+
 // Pairs (qualified name index, name index) for every entry in bucket order, kept with the
 // function record for the life of the process. The names are interned in that order, batch by
-// batch, exactly as one entry after the other would.
+// batch, exactly as one entry after the other would. A batch's qualified names are written once,
+// one after the other, and interned from there.
 uint32_t* NamePairs(CodeGenContext& cx, const HashTable& table) {
     uint32_t* pairs = static_cast<uint32_t*>(KeepRecord(static_cast<size_t>(table.count) * 8));
     if (!table.buckets) return pairs;
     int32_t used = 0;
     int32_t bucket = 0;
     const HashEntry* entry = table.buckets[0].first;
+    StringBuilder& batch = cx.batchNames;
     for (;;) {
         const VarEntry* vars[kNamePairsBatch];
         uint32_t hashes[kNamePairsBatch];
+        size_t offsets[kNamePairsBatch];
+        size_t lengths[kNamePairsBatch];
         int32_t taken = 0;
+        batch.length = 0;
         for (; taken < kNamePairsBatch; entry = entry->next) {
             while (!entry && bucket < table.mask) entry = table.buckets[++bucket].first;
             if (!entry) break;
             vars[taken] = static_cast<const VarEntry*>(entry->value);
-            WriteQualifiedName(cx, VarEntryText(vars[taken]), cx.nameScratch);
-            hashes[taken] = HashQualifiedName(cx, cx.nameScratch).hash;
+            const char* name = VarEntryText(vars[taken]);
+            offsets[taken] = batch.length;
+            lengths[taken] = AppendQualifiedName(cx, name ? name : "", batch);
+            // The prefix's words were hashed when its scope was pushed.
+            hashes[taken] = TextHashFrom(cx.qualifierHash, batch.text + offsets[taken], lengths[taken]);
             PrefetchName(hashes[taken++]);
         }
         if (taken == 0) return pairs;
         for (int32_t i = 0; i < taken; i++, used++) {
-            WriteQualifiedName(cx, VarEntryText(vars[i]), cx.nameScratch);
-            pairs[used * 2] = static_cast<uint32_t>(InternCopy(HashedText{cx.nameScratch.text, hashes[i]}));
+            HashedText qualified{batch.text + offsets[i], hashes[i]};
+            pairs[used * 2] = static_cast<uint32_t>(InternCopy(qualified, lengths[i]));
             // The entry's copy of its name is kept for the life of the process: lasting.
             pairs[used * 2 + 1] = static_cast<uint32_t>(InternLastingName(VarEntryText(vars[i])));
         }
