@@ -61,6 +61,26 @@ double RandomFiniteDouble(std::mt19937_64& random) {
 
 }  // namespace
 
+TEST(ParseDecimal, AnIntegerTextIsTheValueTheFullConversionGivesAtEveryLength) {
+    std::mt19937_64 random(15);
+    for (int length = 1; length <= 20; length++) {
+        for (int round = 0; round < 200; round++) {
+            std::string digits;
+            for (int i = 0; i < length; i++) digits += static_cast<char>('0' + random() % 10);
+            // A fraction or an exponent sends the same value through the full conversion.
+            double plain = ParseDecimal(digits.c_str());
+            EXPECT_EQ(plain, ParseDecimal((digits + ".0").c_str())) << digits;
+            EXPECT_EQ(plain, ParseDecimal((digits + "e0").c_str())) << digits;
+            EXPECT_EQ(plain, std::strtod(digits.c_str(), nullptr)) << digits;
+        }
+    }
+    EXPECT_EQ(ParseDecimal("0"), 0.0);
+    EXPECT_FALSE(std::signbit(ParseDecimal("0")));
+    EXPECT_EQ(ParseDecimal("000000000000000000042"), 42.0);
+    EXPECT_EQ(ParseDecimal("999999999999999"), 999999999999999.0);
+    EXPECT_EQ(ParseDecimal("9007199254740993"), 9007199254740992.0);
+}
+
 TEST(ParseDecimal, SimpleValues) {
     EXPECT_EQ(ParseDecimal("1.5"), 1.5);
     EXPECT_EQ(ParseDecimal("0"), 0.0);

@@ -210,6 +210,13 @@ constexpr int kMaxDigits = 800;
 }  // namespace
 
 double ParseDecimal(const char* text) {
+    // A text of up to 15 digits and nothing else, as nearly every number literal is, is the
+    // integer itself: exact, as the conversion below would round it.
+    uint64_t integer = 0;
+    const char* end = text;
+    while (IsDigit(*end) && end - text < kExactDigits) integer = integer * 10 + static_cast<uint64_t>(*end++ - '0');
+    if (*end == '\0' && end != text) return static_cast<double>(integer);
+
     const char* p = text;
     while (IsSpace(*p)) p++;
     bool negative = false;
