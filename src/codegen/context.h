@@ -185,10 +185,19 @@ int32_t InternCopy(const HashedText& text, size_t length);
 // InternName of a lasting text (see LastingName): a token's text in a tree's arena, a kept copy of
 // a name, one of the library's literal names. Its id is remembered for the rest of the compile.
 int32_t InternLastingName(const char* text);
+// Whether a node's text is lasting (see LastingName): a token's text in the tree's arena, which
+// nothing changes or frees while the compile runs. The compile driver's own nodes have heap texts.
+inline bool IsLastingText(const RefString* text) {
+    return text && text->text && (text->flags & kRefStringInArena);
+}
+// The NameHash of a node's text, remembered when the text is lasting.
+uint32_t NodeNameHash(const Node* node);
 // `kind` is a PatchKind.
 uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind);
 // The same for a lasting name.
 uint32_t AddLastingVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind);
+// AddVarAndPatch of a node's text, lasting or not.
+uint32_t AddNodeVarAndPatch(CodeGenContext& cx, const Node* node, uint32_t kind);
 // A variable patch record that points at no code (offset all ones).
 void AddVarRecordWithoutSite(const char* name, uint32_t kind);
 uint32_t AddFuncAndPatch(CodeGenContext& cx, const char* name);
@@ -229,6 +238,8 @@ VarEntry* UseName(CodeGenContext& cx, const char* name, int32_t* depth);
 VarEntry* UseName(CodeGenContext& cx, const char* name, uint32_t hash, int32_t* depth);
 
 VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t kind, uint32_t slot);
+// The same with the name's NameHash already taken.
+VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t hash, uint32_t kind, uint32_t slot);
 VarEntry* DeclareSlot(CodeGenContext& cx, const char* name);
 // The enclosing functions' declared names and the name, joined by '@'.
 RefString* QualifiedName(CodeGenContext& cx, const char* name);

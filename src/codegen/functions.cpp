@@ -65,10 +65,11 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
     record->params = parameters;
 
     ScopeRecord* scope = PushScope(cx, record);
-    DeclareLocal(cx, "arguments", kVarEntryVariable, kUnsetSlot);
+    // The literal is lasting, as are the parameters' texts in the tree.
+    DeclareLocal(cx, "arguments", LastingNameHash("arguments"), kVarEntryVariable, kUnsetSlot);
     uint32_t slot = 0;
     for (Node* parameter = parameterList ? parameterList->first : nullptr; parameter; parameter = parameter->next) {
-        DeclareLocal(cx, parameter->text->text, kVarEntryParameter, slot++);
+        DeclareLocal(cx, parameter->text->text, NodeNameHash(parameter), kVarEntryParameter, slot++);
     }
 
     ListPush(cx.breakTargets, endCompile);

@@ -27,7 +27,7 @@ const char* IdentifierName(const Node* node) { return node->kind == LEX_THIS ? "
 // in the tree's arena, which nothing changes or frees while the compile runs. The compile
 // driver's own nodes have heap texts and are looked up afresh at every use.
 bool HasLastingName(const Node* node) {
-    return node->kind == LEX_THIS || (node->text && node->text->text && (node->text->flags & kRefStringInArena));
+    return node->kind == LEX_THIS || IsLastingText(node->text);
 }
 
 // The name's NameHash, remembered when it is lasting.

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "codegen/codegen.h"
 #include "codegen/context.h"
 
 namespace {
@@ -75,6 +76,16 @@ uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind) {
 
 uint32_t AddLastingVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind) {
     return AddVarAndPatchAt(cx, name, kind, InternLastingName);
+}
+
+uint32_t AddNodeVarAndPatch(CodeGenContext& cx, const Node* node, uint32_t kind) {
+    const char* name = TextOf(node);
+    return IsLastingText(node->text) ? AddLastingVarAndPatch(cx, name, kind) : AddVarAndPatch(cx, name, kind);
+}
+
+uint32_t NodeNameHash(const Node* node) {
+    const char* name = TextOf(node);
+    return IsLastingText(node->text) ? LastingNameHash(name) : NameHash(name);
 }
 
 void AddVarRecordWithoutSite(const char* name, uint32_t kind) {

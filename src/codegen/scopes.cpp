@@ -154,8 +154,11 @@ VarEntry* UseName(CodeGenContext& cx, const char* name, uint32_t hash, int32_t* 
 }
 
 VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t kind, uint32_t slot) {
+    return DeclareLocal(cx, name, NameHash(name), kind, slot);
+}
+
+VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t hash, uint32_t kind, uint32_t slot) {
     ScopeRecord* scope = ScopeOf(cx.scopes.last);
-    uint32_t hash = NameHash(name);
     if (VarEntry* existing = static_cast<VarEntry*>(FindValue(scope->vars, hash))) return existing;
     VarEntry* entry = NewVarEntry(name, kind, slot == kUnsetSlot ? NextSlot() : slot);
     HashInsertHashed(scope->vars, hash, entry);

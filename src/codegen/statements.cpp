@@ -62,9 +62,9 @@ void EmitCommonTail(CodeGenContext& cx) {
     if (type != TYPE_SHORT) Emit(cx, {MakeWord1(OP_POPZ, type, 0)});
 }
 
-// pop.v(9) -12 declaration of `name` as a local, with the given operand marker.
-void EmitLocalDeclaration(CodeGenContext& cx, const char* name, uint32_t marker) {
-    uint32_t index = AddVarAndPatch(cx, name, kPatchLocal);
+// pop.v(9) -12 declaration of the node's name as a local, with the given operand marker.
+void EmitLocalDeclaration(CodeGenContext& cx, const Node* node, uint32_t marker) {
+    uint32_t index = AddNodeVarAndPatch(cx, node, kPatchLocal);
     Emit(cx, {kWordDeclareLocal, index | marker});
 }
 
@@ -176,10 +176,10 @@ void CompileForIn(CodeGenContext& cx, Node* node) {
     int32_t storeKind = VarUnknown;
     if (variable->kind == LEX_VAR) {
         target = variable->first;
-        DeclareLocal(cx, target->text->text, kVarEntryVariable, kUnsetSlot);
+        DeclareLocal(cx, target->text->text, NodeNameHash(target), kVarEntryVariable, kUnsetSlot);
         // The loop variable's declaration carries the reference marker (0xA), not 0xB: the runner
         // reads it as the loop's own variable (StatementScripts.ForInWithVarDeclaresTheVariableAndStoresItAsLocal).
-        EmitLocalDeclaration(cx, target->text->text, kVarReference);
+        EmitLocalDeclaration(cx, target, kVarReference);
         storeKind = VarLocal;
     }
 
@@ -291,9 +291,8 @@ void CompileThrow(CodeGenContext& cx, Node* node) {
 // per declarator: pop.v(9) -12 0xB name; [initializer; pop into name]
 void CompileVar(CodeGenContext& cx, Node* node) {
     for (Node* declarator = node->first; declarator; declarator = declarator->next) {
-        const char* name = declarator->text->text;
-        DeclareLocal(cx, name, kVarEntryVariable, kUnsetSlot);
-        EmitLocalDeclaration(cx, name, kVarDeclaration);
+        DeclareLocal(cx, declarator->text->text, NodeNameHash(declarator), kVarEntryVariable, kUnsetSlot);
+        EmitLocalDeclaration(cx, declarator, kVarDeclaration);
         if (declarator->first) {
             CompileExpression(cx, declarator->first, false);
             uint32_t type = PopType(cx);
@@ -314,9 +313,9 @@ void CompileFunctionDeclaration(CodeGenContext& cx, Node* node) {
         uint32_t index = AddVarAndPatch(cx, name, kPatchSelf);
         Emit(cx, {MakeWord(OP_POP, TYPE_VARIABLE, TYPE_VARIABLE, SelectorField(SEL_UNRESOLVED)), index | kVarDeclaration});
     } else {
-        DeclareLocal(cx, name, kVarEntryVariable, kUnsetSlot);
-        EmitLocalDeclaration(cx, name, kVarDeclaration);
-        uint32_t index = AddVarAndPatch(cx, name, kPatchLocal);
+        DeclareLocal(cx, name, NodeNameHash(nameNode), kVarEntryVariable, kUnsetSlot);
+        EmitLocalDeclaration(cx, nameNode, kVarDeclaration);
+        uint32_t index = AddNodeVarAndPatch(cx, nameNode, kPatchLocal);
         Emit(cx, {MakeWord(OP_POP, TYPE_VARIABLE, TYPE_VARIABLE, SelectorField(SEL_LOCAL)), index | kVarDeclaration});
     }
 }
