@@ -331,6 +331,21 @@ TEST(Arena, ABlockOfItsOwnOfHugePageSizeIsMappedAndAdvisedForHugePages) {
     EXPECT_FALSE(AdvisedForHugePages(copy + 2 * kArenaLargestBlock));
 }
 
+// A mapping made while huge pages are not wanted is left to ordinary pages.
+TEST(Arena, ABlockOfItsOwnIsAdvisedForHugePagesOnlyWhileThatIsWanted) {
+    Arena texts{};
+    std::string text(kArenaLargestBlock + 100, 'q');
+    AdviseHugePages(false);
+    EXPECT_FALSE(HugePagesAdvised());
+    char* plain = ArenaCopyLongText(texts, text.data(), text.size(), 8);
+    AdviseHugePages(true);
+    char* advised = ArenaCopyLongText(texts, text.data(), text.size(), 8);
+    EXPECT_EQ(std::string(plain, text.size()), text);
+    EXPECT_FALSE(AdvisedForHugePages(plain));
+    EXPECT_TRUE(AdvisedForHugePages(advised));
+    EXPECT_TRUE(HugePagesAdvised());
+}
+
 // The scratch's largest blocks are one huge page each, their header inside it.
 TEST(Scratch, TheLargestBlocksAreHugePagesEach) {
     Scratch scratch{};

@@ -46,6 +46,25 @@ TEST(Exports, AScriptOf64KiBOrMoreStartsItsTreeInTheLargestBlocks) {
     EXPECT_EQ(ParserOf(unit)->root.count, 1u);
 }
 
+// Only a large script's parse and compile map their memory advised for huge pages; a project's
+// small scripts take 4 KiB pages, which the kernel has at hand.
+TEST(Exports, OnlyALargeScriptsParseAndCompileAdviseTheirMappingsForHugePages) {
+    VeltJS_Init();
+    std::string small = "var a = 1;";
+    std::string large = "/*" + std::string(kArenaExpectedLarge / kTreeBytesPerSourceByte, '*') + "*/ var a = 1;";
+    CompileUnit* smallUnit = VeltJS_Parse(small.c_str(), "small.js", "small");
+    EXPECT_FALSE(HugePagesAdvised());
+    CompileUnit* largeUnit = VeltJS_Parse(large.c_str(), "large.js", "large");
+    EXPECT_TRUE(HugePagesAdvised());
+    ASSERT_EQ(VeltJS_Compile(smallUnit, 0)->status, 0);
+    EXPECT_FALSE(HugePagesAdvised());
+    ASSERT_EQ(VeltJS_Compile(largeUnit, 0)->status, 0);
+    EXPECT_TRUE(HugePagesAdvised());
+    VeltJS_Parse(small.c_str(), "small.js", "small");
+    EXPECT_FALSE(HugePagesAdvised());
+    AdviseHugePages(true);
+}
+
 // A compile of a script of half a mebibyte or more takes its new scratch blocks at the largest
 // size.
 TEST(Exports, ACompileOfHalfAMebibyteOrMoreTakesTheLargestScratchBlocks) {

@@ -16,14 +16,17 @@ namespace {
 
 static_assert(kArenaLargestCarvedBlock <= kArenaLargestBlock, "a carved block fits the largest block");
 
+bool adviseHugePages = true;
+
 #if defined(__linux__)
 constexpr size_t kPageBytes = 4096;
 
 size_t RoundToPage(size_t bytes) { return (bytes + kPageBytes - 1) & ~(kPageBytes - 1); }
 
 // `bytes` (whole pages) mapped at a kArenaLargestBlock boundary, its whole 2 MiB pages advised for
-// huge pages, or null: a partly used last huge page would be made resident whole, so a tail
-// shorter than one stays in 4 KiB pages. `flags` are added to the mapping's.
+// huge pages while that is wanted (AdviseHugePages), or null: a partly used last huge page would
+// be made resident whole, so a tail shorter than one stays in 4 KiB pages. `flags` are added to
+// the mapping's.
 uint8_t* MapAligned(size_t bytes, int flags = 0) {
     size_t span = bytes + kArenaLargestBlock;
     void* mapped = mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | flags, -1, 0);
@@ -34,7 +37,7 @@ uint8_t* MapAligned(size_t bytes, int flags = 0) {
     uintptr_t tail = aligned + bytes;
     if (start + span > tail) munmap(reinterpret_cast<void*>(tail), start + span - tail);
     size_t huge = bytes & ~(kArenaLargestBlock - 1);
-    if (huge > 0) madvise(reinterpret_cast<void*>(aligned), huge, MADV_HUGEPAGE);
+    if (huge > 0 && adviseHugePages) madvise(reinterpret_cast<void*>(aligned), huge, MADV_HUGEPAGE);
     return reinterpret_cast<uint8_t*>(aligned);
 }
 
@@ -141,6 +144,10 @@ void* ArenaAllocateAny(Arena& arena, size_t size) {
     size = ArenaRecordSize(size);
     return std::memset(Carve(arena, size), 0, size);
 }
+
+void AdviseHugePages(bool wanted) { adviseHugePages = wanted; }
+
+bool HugePagesAdvised() { return adviseHugePages; }
 
 void ArenaExpect(Arena& arena, size_t bytes) {
     if (bytes >= kArenaExpectedLarge) arena.blockSize = kArenaLargestBlock;

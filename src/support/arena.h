@@ -55,6 +55,15 @@ void ArenaExpect(Arena& arena, size_t bytes);
 // block in their place makes at most 1 MiB more resident, once.
 constexpr size_t kArenaExpectedLarge = kArenaLargestBlock / 2;
 
+// Whether the blocks and tables the library maps from now on (Linux) are advised for huge pages;
+// at first they are. A parse or compile of a large script turns it on and one of a small script
+// off (the exports decide): a large script's tree is written in one go, and 2 MiB pages fault it
+// in for much less per byte than 4 KiB ones; but a project's small scripts take their memory a
+// little at a time, where on a virtual machine whose free 2 MiB blocks go back to the host a
+// huge page costs several times the 4 KiB pages the kernel has at hand.
+void AdviseHugePages(bool wanted);
+bool HugePagesAdvised();
+
 // The requests that fit the current block are carved inline below, as every node and token text
 // of a tree is; the ...Any routines do every case (and every request of the test build, which may
 // make any request fail).

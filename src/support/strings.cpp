@@ -102,7 +102,11 @@ RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text, siz
 
 RefString* NewArenaPaddedRefString(Arena& records, Arena& texts, const char* text, uint32_t padding) {
     if (!text) text = "";
-    return ArenaRecordFor(records, ArenaCopyLongText(texts, text, std::strlen(text), static_cast<size_t>(padding) + 1));
+    return NewArenaPaddedRefString(records, texts, text, std::strlen(text), padding);
+}
+
+RefString* NewArenaPaddedRefString(Arena& records, Arena& texts, const char* text, size_t length, uint32_t padding) {
+    return ArenaRecordFor(records, ArenaCopyLongText(texts, text, length, static_cast<size_t>(padding) + 1));
 }
 
 bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string) {

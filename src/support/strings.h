@@ -41,6 +41,8 @@ RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text);
 RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text, size_t length);
 // NewPaddedRefString's copy in the arenas (a script's source, which the tree's positions keep).
 RefString* NewArenaPaddedRefString(Arena& records, Arena& texts, const char* text, uint32_t padding);
+// The same for a text whose strlen is known.
+RefString* NewArenaPaddedRefString(Arena& records, Arena& texts, const char* text, size_t length, uint32_t padding);
 // When `string` came from NewArenaRefString, only its maker still holds it, and it and its text
 // are the last things the two arenas handed out: gives both back and returns true (the record is
 // then gone; drop the pointer without releasing it). Otherwise returns false and changes nothing.
