@@ -26,7 +26,8 @@ struct SpareBlock {
 
 // Blocks start at 64 KiB and double up to 2 MiB, so a small script's arena stays small and a
 // large one takes few blocks. 2 MiB blocks are aligned to 2 MiB and, on Linux, offered to the
-// kernel for huge pages: one page fault then maps 2 MiB instead of 4 KiB.
+// kernel for huge pages while a large script is handled (AdviseHugePages): one page fault then
+// maps 2 MiB instead of 4 KiB.
 constexpr size_t kArenaFirstBlock = 64 * 1024;
 constexpr size_t kArenaLargestBlock = 2 * 1024 * 1024;
 // Address space reserved at a time for the largest blocks (Linux).
