@@ -331,6 +331,20 @@ TEST(Arena, ABlockOfItsOwnOfHugePageSizeIsMappedAndAdvisedForHugePages) {
     EXPECT_FALSE(AdvisedForHugePages(copy + 2 * kArenaLargestBlock));
 }
 
+TEST(Arena, CopyBytesCopiesEveryLengthExactlyAndWritesNothingAround) {
+    for (size_t length = 0; length <= 40; length++) {
+        // Blocks of exactly the length, so that a byte read or written outside them is a sanitizer
+        // report; the guard bytes around the target show any write outside it here as well.
+        std::vector<char> from(length);
+        for (size_t i = 0; i < length; i++) from[i] = static_cast<char>('A' + i);
+        std::vector<char> to(length + 2, '#');
+        CopyBytes(to.data() + 1, from.data(), length);
+        EXPECT_EQ(to.front(), '#') << length;
+        EXPECT_EQ(to.back(), '#') << length;
+        EXPECT_EQ(std::string(to.data() + 1, length), std::string(from.data(), length)) << length;
+    }
+}
+
 // A mapping made while huge pages are not wanted is left to ordinary pages.
 TEST(Arena, ABlockOfItsOwnIsAdvisedForHugePagesOnlyWhileThatIsWanted) {
     Arena texts{};

@@ -100,7 +100,7 @@ void StoreToken(Lexer* lexer, int32_t kind, const char* text, size_t length) {
         if (free && static_cast<size_t>(texts.end - reinterpret_cast<uint8_t*>(free->text)) > length) {
             // The free record takes the new text where its own was: what giving both back and
             // making a record anew would leave, the same record at the same place, written in place.
-            std::memcpy(free->text, text, length);
+            CopyBytes(free->text, text, length);
             free->text[length] = '\0';
             texts.next = reinterpret_cast<uint8_t*>(free->text) + length + 1;
             lexer->madeText = free;

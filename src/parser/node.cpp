@@ -89,17 +89,6 @@ Node* MakeTextNode(Lexer* lexer, uint32_t kind, const char* text) {
     return node;
 }
 
-void AppendChild(Node* parent, Node* child) {
-    if (parent->last) {
-        child->prev = parent->last;
-        parent->last->next = child;
-    }
-    parent->last = child;
-    child->next = nullptr;
-    if (!parent->first) parent->first = child;
-    parent->count++;
-}
-
 namespace {
 
 // Where a rendering of the tree goes: a growable buffer, or a stream written as the walk goes

@@ -50,7 +50,17 @@ Node* MakeTokenNode(Lexer* lexer);
 Node* MakeCurrentNode(Lexer* lexer, uint32_t kind);
 // A node with its own copy of `text`, made at the lexer's position.
 Node* MakeTextNode(Lexer* lexer, uint32_t kind, const char* text);
-void AppendChild(Node* parent, Node* child);
+// Inline: every node of every tree is appended once.
+inline void AppendChild(Node* parent, Node* child) {
+    if (parent->last) {
+        child->prev = parent->last;
+        parent->last->next = child;
+    }
+    parent->last = child;
+    child->next = nullptr;
+    if (!parent->first) parent->first = child;
+    parent->count++;
+}
 // The subtree as text (never recursing on the host's stack).
 RefString* DumpTree(const Node* node, int level);
 // The same text written to `out` piece by piece as the walk goes, never held whole in memory.

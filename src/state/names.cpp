@@ -198,30 +198,10 @@ int32_t PushName(const HashedText& text) {
     return id;
 }
 
-LastingName& LastingNameEntry(const char* text) {
-    // The address's bits above the lowest few, folded: texts lie a few bytes apart.
-    uintptr_t address = reinterpret_cast<uintptr_t>(text);
-    uint64_t mixed = static_cast<uint64_t>(address) * 0x9E3779B97F4A7C15ull;
-    LastingName& entry = State().lastingNames[mixed >> 52 & (kLastingNameEntries - 1)];
-    if (entry.text != text || entry.generation != State().lastingGeneration) {
-        entry = LastingName{text, State().lastingGeneration, 0, -1, 0};
-    }
-    return entry;
-}
-
 void BeginLastingNames() {
     // A fresh state starts at generation 0 with every entry empty; an entry is believed only in
     // its own generation.
     State().lastingGeneration++;
-}
-
-uint32_t LastingNameHash(const char* text) {
-    LastingName& entry = LastingNameEntry(text);
-    if (!(entry.known & kKnownNameHash)) {
-        entry.nameHash = NameHash(text);
-        entry.known |= kKnownNameHash;
-    }
-    return entry.nameHash;
 }
 
 void PlaceName(const char* name, int32_t index) {

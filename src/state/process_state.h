@@ -156,6 +156,28 @@ void BuildCrc32Table();
 // CRC-32 (reflected 0xEDB88320) without the final inversion, through the process's table; a null
 // or empty name hashes to 0xFFFFFFFF.
 uint32_t NameHash(const char* name);
+
+// The entry of a lasting text (see LastingName) in the current generation: its own, or a cleared
+// one that it takes over. Inline, with LastingNameHash: every use of a name in a compile asks.
+inline LastingName& LastingNameEntry(const char* text) {
+    // The address's bits above the lowest few, folded: texts lie a few bytes apart.
+    uint64_t mixed = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(text)) * 0x9E3779B97F4A7C15ull;
+    LastingName& entry = State().lastingNames[mixed >> 52 & (kLastingNameEntries - 1)];
+    if (entry.text != text || entry.generation != State().lastingGeneration) {
+        entry = LastingName{text, State().lastingGeneration, 0, -1, 0};
+    }
+    return entry;
+}
+
+// NameHash of a lasting text, remembered.
+inline uint32_t LastingNameHash(const char* text) {
+    LastingName& entry = LastingNameEntry(text);
+    if (!(entry.known & kKnownNameHash)) {
+        entry.nameHash = NameHash(text);
+        entry.known |= kKnownNameHash;
+    }
+    return entry.nameHash;
+}
 // Appends at the tail of the bucket of the key's NameHash; no duplicate check.
 HashEntry* HashInsert(HashTable& table, const char* key, void* value);
 // True when the built-in table holds this name (same hash, same text in the first hash match).
@@ -190,13 +212,8 @@ void PrefetchName(uint32_t hash);
 // changed or the name is in the table.
 int32_t PushName(const char* text);
 int32_t PushName(const HashedText& text);
-// The entry of a lasting text (see LastingName) in the current generation: its own, or a cleared
-// one that it takes over.
-LastingName& LastingNameEntry(const char* text);
 // Ends the current generation of lasting names.
 void BeginLastingNames();
-// NameHash of a lasting text, remembered.
-uint32_t LastingNameHash(const char* text);
 // VeltJS_AddName's placement rules; count never changes. Throws with nothing changed when the
 // entry cannot be made addressable.
 void PlaceName(const char* name, int32_t index);
