@@ -565,6 +565,29 @@ TEST(CleanUpContext, FreesTargetsScopesAndBuffersAfterAFailure) {
     EXPECT_EQ(cx.labelTable.buckets, nullptr);
 }
 
+TEST(Lists, ACompilesListsTakeScratchNodesAndReuseThePoppedOnesAcrossLists) {
+    EnsureLibraryInitialised();
+    CodeGenContext cx{};
+    BeginCompile(cx, "main", 0);
+    int a = 1, b = 2;
+    ListPush(cx.breakTargets, &a);
+    ListNode* node = cx.breakTargets.last;
+    // A new scratch record: the last one the compile's scratch handed out.
+    EXPECT_EQ(State().compileScratch.next, reinterpret_cast<uint8_t*>(node) + ArenaRecordSize(sizeof(ListNode)));
+    EXPECT_EQ(ListPop(cx.breakTargets), &a);
+    EXPECT_EQ(cx.spareListNodes, node);
+    // The next push, onto another of the compile's lists, takes the popped node.
+    uint8_t* next = State().compileScratch.next;
+    ListPush(cx.continueTargets, &b);
+    EXPECT_EQ(cx.continueTargets.last, node);
+    EXPECT_EQ(cx.spareListNodes, nullptr);
+    EXPECT_EQ(State().compileScratch.next, next);
+    EXPECT_EQ(ListAt(cx.continueTargets, 0), &b);
+    CleanUpContext(cx);
+    EXPECT_EQ(cx.spareListNodes, nullptr);
+    EXPECT_EQ(cx.continueTargets.count, 0);
+}
+
 TEST(Lists, PushPopAndWalk) {
     List list{};
     int a = 1, b = 2, c = 3;

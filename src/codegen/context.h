@@ -26,6 +26,10 @@ struct List {
     ListNode* first;
     ListNode* last;
     int32_t count;
+    // The chain (through `next`) of nodes popped from a compile's lists, which its next pushes
+    // take before new scratch records; shared by the lists of one compile. Null: every push is a
+    // heap block and every pop frees it.
+    ListNode** spare;
 };
 
 struct BranchSite {
@@ -106,6 +110,7 @@ struct CodeGenContext {
     // labels released so far and the branch sites of placed labels.
     SpareLabel* spareLabels;
     BranchSite* spareSites;
+    ListNode* spareListNodes;   // the scopes' and targets' lists' popped nodes (List::spare)
     // Where the compile's tables (scopes, labels, slots, an object literal's accessors) take
     // their entries.
     HashEntryPool tableEntries;

@@ -88,6 +88,10 @@ void BeginCompile(CodeGenContext& cx, const char* scriptName, uint8_t topLevel) 
     cx.typeHighWater = 0;
     cx.tableEntries = HashEntryPool{&State().compileScratch, nullptr};
     cx.tableEntries.poolsBuckets = true;
+    // The lists' nodes are the compile's scratch records, reused as they are popped.
+    cx.scopes.spare = &cx.spareListNodes;
+    cx.breakTargets.spare = &cx.spareListNodes;
+    cx.continueTargets.spare = &cx.spareListNodes;
     InitHashTable(cx.labelTable, kLabelTableBuckets, &cx.tableEntries);
     InitHashTable(cx.slotTable, kSlotTableBuckets, &cx.tableEntries);
 
@@ -152,6 +156,7 @@ void CleanUpContext(CodeGenContext& cx) {
     FreeStringBuilder(cx.qualifierPrefix);
     cx.spareLabels = nullptr;
     cx.spareSites = nullptr;
+    cx.spareListNodes = nullptr;
 }
 
 // Walks the statements depth first (skipping function bodies) without recursing on the host's

@@ -27,7 +27,15 @@ int32_t BranchWords(const CodeGenContext& cx, int64_t from, int64_t to) {
 }  // namespace
 
 void ListPush(List& list, void* value) {
-    ListNode* node = static_cast<ListNode*>(CheckedMalloc(sizeof(ListNode)));
+    ListNode* node;
+    if (!list.spare) {
+        node = static_cast<ListNode*>(CheckedMalloc(sizeof(ListNode)));
+    } else if (*list.spare) {
+        node = *list.spare;
+        *list.spare = node->next;
+    } else {
+        node = static_cast<ListNode*>(CompileRecord(sizeof(ListNode)));
+    }
     node->value = value;
     node->next = nullptr;
     node->prev = list.last;
@@ -51,7 +59,12 @@ void* ListPop(List& list) {
     }
     list.count--;
     void* value = node->value;
-    std::free(node);
+    if (list.spare) {
+        node->next = *list.spare;
+        *list.spare = node;
+    } else {
+        std::free(node);
+    }
     return value;
 }
 
