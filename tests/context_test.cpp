@@ -275,6 +275,27 @@ TEST(Scopes, NamesWithEqualHashResolveToTheSameVariable) {
     EXPECT_EQ(depth, 0);
 }
 
+TEST(Scopes, APoppedScopesRecordServesTheNextPushedScopeAsANewOne) {
+    TestCompile t;
+    FunctionRecord first{};
+    FunctionRecord second{};
+    ScopeRecord* scope = PushScope(t.cx, &first);
+    DeclareLocal(t.cx, "v", 0, 0xFFFFFFFFu);
+    DeclareSlot(t.cx, "w");
+    PopScope(t.cx);
+    EXPECT_EQ(t.cx.spareScopes, scope);
+    ScopeRecord* next = PushScope(t.cx, &second);
+    EXPECT_EQ(next, scope);
+    EXPECT_EQ(t.cx.spareScopes, nullptr);
+    EXPECT_EQ(next->function, &second);
+    EXPECT_EQ(next->vars.count, 0);
+    EXPECT_EQ(next->slots.count, 0);
+    EXPECT_EQ(next->extra.count, 0);
+    EXPECT_EQ(next->nextSpare, nullptr);
+    EXPECT_EQ(LookupName(t.cx, "v", nullptr), nullptr);
+    EXPECT_NE(DeclareLocal(t.cx, "v", 0, 0xFFFFFFFFu), nullptr);
+}
+
 TEST(Scopes, LookupAloneChangesNoFlag) {
     TestCompile t;
     FunctionRecord outer{};

@@ -82,6 +82,7 @@ struct ScopeRecord {
     FunctionRecord* function;
     uint32_t prefixBefore;   // the context's qualifier prefix length before this scope added to it
     TextHashState prefixHashBefore;   // and the prefix's hash state then
+    ScopeRecord* nextSpare;  // while popped: the next of CodeGenContext::spareScopes
 };
 
 struct CodeGenContext {
@@ -111,6 +112,7 @@ struct CodeGenContext {
     SpareLabel* spareLabels;
     BranchSite* spareSites;
     ListNode* spareListNodes;   // the scopes' and targets' lists' popped nodes (List::spare)
+    ScopeRecord* spareScopes;   // popped scope records, for the next pushed scopes
     // Where the compile's tables (scopes, labels, slots, an object literal's accessors) take
     // their entries.
     HashEntryPool tableEntries;
@@ -257,8 +259,9 @@ HashedText HashQualifiedName(const CodeGenContext& cx, const StringBuilder& writ
 ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function);
 // Unlinks the innermost scope and frees it; its FunctionRecord lives on.
 void PopScope(CodeGenContext& cx);
-// Frees a scope that is no longer on the list. Never allocates.
-void FreeScope(ScopeRecord* scope);
+// Clears the tables of a scope that is no longer on the list and keeps its record for the next
+// pushed scope (scope records are the compile's scratch). Never allocates.
+void FreeScope(CodeGenContext& cx, ScopeRecord* scope);
 // Fills the scope's FunctionRecord locals/slots from its tables.
 void FillScopeRecord(CodeGenContext& cx, ScopeRecord* scope);
 // The function declared under `name` in the innermost scope that has one.

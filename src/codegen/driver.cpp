@@ -157,6 +157,7 @@ void CleanUpContext(CodeGenContext& cx) {
     cx.spareLabels = nullptr;
     cx.spareSites = nullptr;
     cx.spareListNodes = nullptr;
+    cx.spareScopes = nullptr;
 }
 
 // Walks the statements depth first (skipping function bodies) without recursing on the host's

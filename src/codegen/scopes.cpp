@@ -226,8 +226,18 @@ RefString* QualifiedName(CodeGenContext& cx, const char* name) {
     }
 }
 
+// A zeroed scope record: one a popped scope left, else a new scratch record of the compile.
+ScopeRecord* NewScope(CodeGenContext& cx) {
+    if (ScopeRecord* scope = cx.spareScopes) {
+        cx.spareScopes = scope->nextSpare;
+        *scope = ScopeRecord{};
+        return scope;
+    }
+    return static_cast<ScopeRecord*>(CompileRecord(sizeof(ScopeRecord)));
+}
+
 ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function) {
-    ScopeRecord* scope = static_cast<ScopeRecord*>(CheckedCalloc(1, sizeof(ScopeRecord)));
+    ScopeRecord* scope = NewScope(cx);
     scope->prefixBefore = cx.qualifierPrefix.length;
     scope->prefixHashBefore = cx.qualifierHash;
     try {
@@ -243,24 +253,25 @@ ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function) {
         ListPush(cx.scopes, scope);
     } catch (...) {
         TruncatePrefix(cx, scope);
-        FreeScope(scope);
+        FreeScope(cx, scope);
         throw;
     }
     return scope;
 }
 
-void FreeScope(ScopeRecord* scope) {
+void FreeScope(CodeGenContext& cx, ScopeRecord* scope) {
     ClearHashTable(scope->vars);
     ClearHashTable(scope->slots);
     ClearHashTable(scope->extra);
-    std::free(scope);
+    scope->nextSpare = cx.spareScopes;
+    cx.spareScopes = scope;
 }
 
 void PopScope(CodeGenContext& cx) {
     ScopeRecord* scope = static_cast<ScopeRecord*>(ListPop(cx.scopes));
     if (!scope) return;
     TruncatePrefix(cx, scope);
-    FreeScope(scope);
+    FreeScope(cx, scope);
 }
 
 // Both arrays are made before the record changes, so a host never sees a count that does not
