@@ -45,18 +45,6 @@ static_assert(sizeof(kKindNames) / sizeof(kKindNames[0]) == kLastNamedKind - kFi
 // The formatted names are limited to 31 characters.
 constexpr size_t kNameLimit = 32;
 
-constexpr size_t kLongestKeyword = 10;   // "instanceof"
-// At most two keywords share a first letter and a length ("catch" and "const", "if" and "in",
-// "this" and "true"), so a word is compared with at most two.
-constexpr size_t kKeywordsPerLetterAndLength = 2;
-constexpr uint8_t kNoKeyword = 0xFF;
-
-// The table's entries by first letter and length: a word is compared only with the keywords that
-// have both, from its second letter on.
-struct KeywordCandidates {
-    uint8_t entries[26][kLongestKeyword + 1][kKeywordsPerLetterAndLength];
-};
-
 KeywordCandidates MakeKeywordCandidates() {
     KeywordCandidates candidates;
     std::memset(&candidates, kNoKeyword, sizeof candidates);
@@ -73,8 +61,6 @@ KeywordCandidates MakeKeywordCandidates() {
     return candidates;
 }
 
-// Made at load from the table above it in this file.
-const KeywordCandidates kKeywordCandidates = MakeKeywordCandidates();
 
 // Copies the kind's name into `out`, so a report does not have to hold a RefString.
 void CopyKindName(int32_t kind, char (&out)[kNameLimit]) {
@@ -90,20 +76,11 @@ const char* CurrentText(const Lexer* lexer) {
 
 }  // namespace
 
+// Made at load from the table above it in this file.
+const KeywordCandidates kKeywordCandidates = MakeKeywordCandidates();
+
 int32_t LookupKeyword(const char* text) { return LookupKeyword(text, std::strlen(text)); }
 
-int32_t LookupKeyword(const char* text, size_t length) {
-    if (length > kLongestKeyword || length == 0 || text[0] < 'a' || text[0] > 'z') return LEX_ID;
-    // `text` need not end with a NUL: the scanner asks about words in the source itself.
-    for (uint8_t index : kKeywordCandidates.entries[text[0] - 'a'][length]) {
-        if (index == kNoKeyword) break;
-        const char* keyword = KeywordTable[index].text;
-        size_t at = 1;
-        while (at < length && keyword[at] == text[at]) at++;
-        if (at == length) return KeywordTable[index].kind;
-    }
-    return LEX_ID;
-}
 
 RefString* TokenKindName(int32_t kind) {
     if (kind == LEX_EOF) return NewRefString("eof");

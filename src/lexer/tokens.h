@@ -92,10 +92,34 @@ struct KeywordEntry {
 // 31 entries sorted by text in byte order.
 extern const KeywordEntry KeywordTable[31];
 
+constexpr size_t kLongestKeyword = 10;   // "instanceof"
+// At most two keywords share a first letter and a length ("catch" and "const", "if" and "in",
+// "this" and "true"), so a word is compared with at most two.
+constexpr size_t kKeywordsPerLetterAndLength = 2;
+constexpr uint8_t kNoKeyword = 0xFF;
+
+// The table's entries by first letter and length: a word is compared only with the keywords that
+// have both, from its second letter on.
+struct KeywordCandidates {
+    uint8_t entries[26][kLongestKeyword + 1][kKeywordsPerLetterAndLength];
+};
+extern const KeywordCandidates kKeywordCandidates;
+
 // The keyword's kind, or LEX_ID (byte-wise comparison).
 int32_t LookupKeyword(const char* text);
-// The same for the `length` bytes at `text` (none of them NUL; no NUL need follow them).
-int32_t LookupKeyword(const char* text, size_t length);
+// The same for the `length` bytes at `text` (none of them NUL; no NUL need follow them). Inline:
+// the scanner asks for every identifier.
+inline int32_t LookupKeyword(const char* text, size_t length) {
+    if (length > kLongestKeyword || length == 0 || text[0] < 'a' || text[0] > 'z') return LEX_ID;
+    for (uint8_t index : kKeywordCandidates.entries[text[0] - 'a'][length]) {
+        if (index == kNoKeyword) break;
+        const char* keyword = KeywordTable[index].text;
+        size_t at = 1;
+        while (at < length && keyword[at] == text[at]) at++;
+        if (at == length) return KeywordTable[index].kind;
+    }
+    return LEX_ID;
+}
 // A new RefString: "eof", the character for 1-255, the table's names, else the decimal code.
 RefString* TokenKindName(int32_t kind);
 // Reports "Got '%s' (%s) expected '%s'" on a mismatch, else scans the next token.
