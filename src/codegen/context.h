@@ -197,12 +197,14 @@ int32_t InternLastingName(const char* text);
 inline bool IsLastingText(const RefString* text) {
     return text && text->text && (text->flags & kRefStringInArena);
 }
-// The NameHash of a node's text, remembered when the text is lasting.
+// A name's NameHash, remembered when the name is lasting.
+uint32_t NameHashOf(const char* name, bool lasting);
+// The NameHash of a node's text, lasting or not.
 uint32_t NodeNameHash(const Node* node);
 // `kind` is a PatchKind.
 uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind);
-// The same for a lasting name.
-uint32_t AddLastingVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind);
+// The same, the name's id remembered when the name is lasting.
+uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind, bool lasting);
 // AddVarAndPatch of a node's text, lasting or not.
 uint32_t AddNodeVarAndPatch(CodeGenContext& cx, const Node* node, uint32_t kind);
 // A variable patch record that points at no code (offset all ones).
@@ -252,8 +254,13 @@ VarEntry* DeclareSlot(CodeGenContext& cx, const char* name);
 RefString* QualifiedName(CodeGenContext& cx, const char* name);
 // The same text written into `out` (replacing what it held); valid until `out` is written again.
 const char* WriteQualifiedName(CodeGenContext& cx, const char* name, StringBuilder& out);
-// What WriteQualifiedName wrote into `written`, with its TextHash: the prefix's words are not
-// hashed again.
+// The same text and its NUL appended to what `out` holds (a batch of names one after the other);
+// returns the text's length.
+size_t AppendQualifiedName(CodeGenContext& cx, const char* name, StringBuilder& out);
+// A qualified name of the current scopes (`length` bytes at `text`) with its TextHash: the
+// prefix's words are not hashed again.
+HashedText HashQualifiedName(const CodeGenContext& cx, const char* text, size_t length);
+// The same for what WriteQualifiedName wrote into `written`.
 HashedText HashQualifiedName(const CodeGenContext& cx, const StringBuilder& written);
 // Pushes a new scope (three 16-bucket tables) for `function`.
 ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function);

@@ -30,14 +30,6 @@ bool HasLastingName(const Node* node) {
     return node->kind == LEX_THIS || IsLastingText(node->text);
 }
 
-// The name's NameHash, remembered when it is lasting.
-uint32_t HashOfName(const char* name, bool lasting) { return lasting ? LastingNameHash(name) : NameHash(name); }
-
-// The name's patch record; its id remembered when it is lasting.
-uint32_t AddNamePatch(CodeGenContext& cx, const char* name, uint32_t kind, bool lasting) {
-    return lasting ? AddLastingVarAndPatch(cx, name, kind) : AddVarAndPatch(cx, name, kind);
-}
-
 // What a name refers to where it is used.
 struct Reference {
     int32_t kind;                // a VarKind
@@ -64,7 +56,7 @@ Reference ResolveVariable(CodeGenContext& cx, const char* name, uint32_t hash, i
 // unless a member. The name is hashed once for the scopes' tables, the slot table and the
 // functions' tables alike.
 Reference ResolveRead(CodeGenContext& cx, const char* name, int32_t kind, bool lasting) {
-    uint32_t hash = HashOfName(name, lasting);
+    uint32_t hash = NameHashOf(name, lasting);
     Reference reference = ResolveVariable(cx, name, hash, kind);
     bool foundSomething = reference.entry != nullptr;
     if (reference.kind != VarLocal && reference.kind != VarArgument) {
@@ -116,12 +108,12 @@ void EmitRead(CodeGenContext& cx, const Node* node, const char* name, const Refe
     uint32_t opcode = kind == VarBuiltin ? OP_PUSHB : OP_PUSH;
     uint32_t word = MakeWord1(opcode, TYPE_VARIABLE, SelectorField(ReadSelector(kind)));
     if (kind != VarArgument) {
-        uint32_t index = AddNamePatch(cx, name, PatchKindOf(kind), lasting);
+        uint32_t index = AddVarAndPatch(cx, name, PatchKindOf(kind), lasting);
         Emit(cx, {word, index | kVarReference});
         return;
     }
     uint32_t slot = reference.entry ? reference.entry->slot : kUnsetSlot;
-    if (slot == kUnsetSlot) slot = AddNamePatch(cx, name, PatchKindOf(kind), lasting);
+    if (slot == kUnsetSlot) slot = AddVarAndPatch(cx, name, PatchKindOf(kind), lasting);
     Emit(cx, {word, ArgumentOperand(reference.depth, slot)});
 }
 
@@ -226,7 +218,7 @@ void CompileStore(CodeGenContext& cx, Node* target, int32_t* kind, uint32_t type
     const char* name = TextOf(target);
     bool lasting = HasLastingName(target);
     // Only a name that is looked up is hashed.
-    uint32_t hash = *kind == VarUnknown ? HashOfName(name, lasting) : 0;
+    uint32_t hash = *kind == VarUnknown ? NameHashOf(name, lasting) : 0;
     Reference reference = ResolveVariable(cx, name, hash, *kind);
     *kind = reference.kind;
     uint32_t word = MakeWord(OP_POP, TYPE_VARIABLE, type, SelectorField(WriteSelector(reference.kind)));
@@ -234,7 +226,7 @@ void CompileStore(CodeGenContext& cx, Node* target, int32_t* kind, uint32_t type
         Emit(cx, {word, ArgumentOperand(reference.depth, reference.entry ? reference.entry->slot : kUnsetSlot)});
         return;
     }
-    uint32_t index = AddNamePatch(cx, name, PatchKindOf(reference.kind), lasting);
+    uint32_t index = AddVarAndPatch(cx, name, PatchKindOf(reference.kind), lasting);
     Emit(cx, {word, index | kVarReference});
 }
 

@@ -74,19 +74,17 @@ uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind) {
     return AddVarAndPatchAt(cx, name, kind, InternName);
 }
 
-uint32_t AddLastingVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind) {
-    return AddVarAndPatchAt(cx, name, kind, InternLastingName);
+uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind, bool lasting) {
+    return AddVarAndPatchAt(cx, name, kind, lasting ? InternLastingName : InternName);
 }
 
 uint32_t AddNodeVarAndPatch(CodeGenContext& cx, const Node* node, uint32_t kind) {
-    const char* name = TextOf(node);
-    return IsLastingText(node->text) ? AddLastingVarAndPatch(cx, name, kind) : AddVarAndPatch(cx, name, kind);
+    return AddVarAndPatch(cx, TextOf(node), kind, IsLastingText(node->text));
 }
 
-uint32_t NodeNameHash(const Node* node) {
-    const char* name = TextOf(node);
-    return IsLastingText(node->text) ? LastingNameHash(name) : NameHash(name);
-}
+uint32_t NameHashOf(const char* name, bool lasting) { return lasting ? LastingNameHash(name) : NameHash(name); }
+
+uint32_t NodeNameHash(const Node* node) { return NameHashOf(TextOf(node), IsLastingText(node->text)); }
 
 void AddVarRecordWithoutSite(const char* name, uint32_t kind) {
     PushPtr(GlobalVarList, NewPatchRecord(static_cast<uint32_t>(InternName(name)), kind, kNoUseSite));

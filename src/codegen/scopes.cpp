@@ -40,21 +40,6 @@ void* FindValue(const HashTable& table, uint32_t hash) {
 // in a large index) overlap instead of following one another.
 constexpr int32_t kNamePairsBatch = 16;
 
-// Appends `name`'s qualified name and its NUL to `batch` (WriteQualifiedName's text) and returns
-// its length.
-size_t AppendQualifiedName(CodeGenContext& cx, const char* name, StringBuilder& batch) {
-    const StringBuilder& prefix = cx.qualifierPrefix;
-    size_t nameLength = std::strlen(name);
-    size_t length = prefix.length + nameLength;
-    if (static_cast<uint64_t>(batch.length) + length + 1 >= INT32_MAX) throw std::bad_alloc();
-    ReserveText(batch, static_cast<uint32_t>(length + 1));
-    char* out = batch.text + batch.length;
-    if (prefix.length > 0) std::memcpy(out, prefix.text, prefix.length);
-    std::memcpy(out + prefix.length, name, nameLength + 1);
-    batch.length += static_cast<uint32_t>(length + 1);
-    return length;
-}
-
 // Pairs (qualified name index, name index) for every entry in bucket order, kept with the
 // function record for the life of the process. The names are interned in that order, batch by
 // batch, exactly as one entry after the other would. A batch's qualified names are written once,
@@ -79,9 +64,8 @@ uint32_t* NamePairs(CodeGenContext& cx, const HashTable& table) {
             vars[taken] = static_cast<const VarEntry*>(entry->value);
             const char* name = VarEntryText(vars[taken]);
             offsets[taken] = batch.length;
-            lengths[taken] = AppendQualifiedName(cx, name ? name : "", batch);
-            // The prefix's words were hashed when its scope was pushed.
-            hashes[taken] = TextHashFrom(cx.qualifierHash, batch.text + offsets[taken], lengths[taken]);
+            lengths[taken] = AppendQualifiedName(cx, name, batch);
+            hashes[taken] = HashQualifiedName(cx, batch.text + offsets[taken], lengths[taken]).hash;
             PrefetchName(hashes[taken++]);
         }
         if (taken == 0) return pairs;
@@ -195,24 +179,35 @@ void TruncatePrefix(CodeGenContext& cx, const ScopeRecord* scope) {
 
 }  // namespace
 
-const char* WriteQualifiedName(CodeGenContext& cx, const char* name, StringBuilder& out) {
+size_t AppendQualifiedName(CodeGenContext& cx, const char* name, StringBuilder& out) {
     if (!name) name = "";
     // The enclosing names are kept joined in the prefix: in deeply nested functions the qualified
     // names run to thousands of characters, and every local of every function has one.
     const StringBuilder& prefix = cx.qualifierPrefix;
     size_t nameLength = std::strlen(name);
-    size_t length = prefix.length + nameLength + 1;
-    if (length >= INT32_MAX) throw std::bad_alloc();
+    size_t length = prefix.length + nameLength;
+    if (static_cast<uint64_t>(out.length) + length + 1 >= INT32_MAX) throw std::bad_alloc();
+    ReserveText(out, static_cast<uint32_t>(length + 1));
+    char* at = out.text + out.length;
+    if (prefix.length > 0) std::memcpy(at, prefix.text, prefix.length);
+    std::memcpy(at + prefix.length, name, nameLength + 1);
+    out.length += static_cast<uint32_t>(length + 1);
+    return length;
+}
+
+const char* WriteQualifiedName(CodeGenContext& cx, const char* name, StringBuilder& out) {
     out.length = 0;
-    ReserveText(out, static_cast<uint32_t>(length));
-    if (prefix.length > 0) std::memcpy(out.text, prefix.text, prefix.length);
-    std::memcpy(out.text + prefix.length, name, nameLength + 1);
-    out.length = static_cast<uint32_t>(length - 1);
+    out.length = static_cast<uint32_t>(AppendQualifiedName(cx, name, out));
     return out.text;
 }
 
+HashedText HashQualifiedName(const CodeGenContext& cx, const char* text, size_t length) {
+    // The prefix's words were hashed when its scope was pushed.
+    return {text, TextHashFrom(cx.qualifierHash, text, length)};
+}
+
 HashedText HashQualifiedName(const CodeGenContext& cx, const StringBuilder& written) {
-    return {written.text, TextHashFrom(cx.qualifierHash, written.text, written.length)};
+    return HashQualifiedName(cx, written.text, written.length);
 }
 
 RefString* QualifiedName(CodeGenContext& cx, const char* name) {

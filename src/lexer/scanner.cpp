@@ -62,14 +62,6 @@ RefString* FindTokenText(const Lexer* lexer, int32_t kind, const char* text, siz
     return length <= kSharedTextMax ? FindSharedText(lexer->sharedTexts, text, length, hash) : nullptr;
 }
 
-// Whether `string`, the record the scanner made for the last token, is held by the scanner alone
-// and is, with its text, the last thing the two arenas handed out: TakeBackArenaRefString's test.
-bool IsFreeAtArenasEnds(const Lexer* lexer, const RefString* string, size_t length) {
-    return (string->flags & kRefStringInArena) && string->refs == 1 && string->text &&
-           ArenaEndsWithRecord(*lexer->nodes, string, sizeof(RefString)) &&
-           ArenaEndsWithText(*lexer->texts, string->text, length);
-}
-
 // `length` is the text's strlen.
 void StoreToken(Lexer* lexer, int32_t kind, const char* text, size_t length) {
     RefString* previous = *lexer->tokenText;
@@ -88,7 +80,7 @@ void StoreToken(Lexer* lexer, int32_t kind, const char* text, size_t length) {
             } else if (lexer->madeLength <= kSharedTextMax) {
                 AddSharedText(lexer->sharedTexts, previous, lexer->madeLength, lexer->madeHash);
             }
-        } else if (IsFreeAtArenasEnds(lexer, previous, lexer->madeLength)) {
+        } else if (IsLastArenaRefString(*lexer->nodes, *lexer->texts, previous, lexer->madeLength)) {
             free = previous;
         }
     }
@@ -113,8 +105,7 @@ void StoreToken(Lexer* lexer, int32_t kind, const char* text, size_t length) {
 #endif
     }
     if (free) {
-        ArenaRewind(*lexer->texts, free->text);
-        ArenaRewind(*lexer->nodes, free);
+        GiveBackArenaRefString(*lexer->nodes, *lexer->texts, free);
         *lexer->tokenText = nullptr;
     }
     if (stored) {

@@ -115,11 +115,8 @@ bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string) {
 }
 
 bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string, size_t length) {
-    if (!string || !(string->flags & kRefStringInArena) || string->refs != 1 || !string->text) return false;
-    if (!ArenaEndsWithRecord(records, string, sizeof(RefString))) return false;
-    if (!ArenaEndsWithText(texts, string->text, length)) return false;
-    ArenaRewind(texts, string->text);
-    ArenaRewind(records, string);
+    if (!IsLastArenaRefString(records, texts, string, length)) return false;
+    GiveBackArenaRefString(records, texts, string);
     return true;
 }
 

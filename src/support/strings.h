@@ -43,9 +43,20 @@ RefString* NewArenaRefString(Arena& records, Arena& texts, const char* text, siz
 RefString* NewArenaPaddedRefString(Arena& records, Arena& texts, const char* text, uint32_t padding);
 // The same for a text whose strlen is known.
 RefString* NewArenaPaddedRefString(Arena& records, Arena& texts, const char* text, size_t length, uint32_t padding);
-// When `string` came from NewArenaRefString, only its maker still holds it, and it and its text
-// are the last things the two arenas handed out: gives both back and returns true (the record is
-// then gone; drop the pointer without releasing it). Otherwise returns false and changes nothing.
+// Whether `string` came from NewArenaRefString, only its maker still holds it, and it and its
+// text (`length` bytes, its strlen) are the last things the two arenas handed out.
+inline bool IsLastArenaRefString(const Arena& records, const Arena& texts, const RefString* string, size_t length) {
+    return string && (string->flags & kRefStringInArena) && string->refs == 1 && string->text &&
+           ArenaEndsWithRecord(records, string, sizeof(RefString)) && ArenaEndsWithText(texts, string->text, length);
+}
+// Gives such a string's record and text back to the two arenas (the record is then gone; drop the
+// pointer without releasing it).
+inline void GiveBackArenaRefString(Arena& records, Arena& texts, RefString* string) {
+    ArenaRewind(texts, string->text);
+    ArenaRewind(records, string);
+}
+// When IsLastArenaRefString holds, gives the string back and returns true; otherwise returns
+// false and changes nothing.
 bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string);
 // The same for a string whose text's length (its strlen) the caller knows.
 bool TakeBackArenaRefString(Arena& records, Arena& texts, RefString* string, size_t length);
