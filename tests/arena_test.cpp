@@ -124,7 +124,7 @@ TEST(Arena, TablesOfEverySizeCanBeWrittenWholeAndGivenBack) {
         for (size_t i = 0; i < bytes; i++) table[i] = static_cast<uint8_t>(i);
         for (size_t i = 0; i < bytes; i += 4099) ASSERT_EQ(table[i], static_cast<uint8_t>(i)) << bytes;
 #if defined(__linux__)
-        // Large tables start at a huge-page boundary.
+        // Large tables start at a largest block's boundary.
         if (bytes >= kArenaLargestBlock) {
             EXPECT_EQ(reinterpret_cast<uintptr_t>(table) % kArenaLargestBlock, 0u);
         }
@@ -159,7 +159,7 @@ TEST(Arena, BlocksDoubleFromTheFirstSizeToTheLargestAndTheLargestAreAligned) {
         expected = expected * 2 > kArenaLargestBlock ? kArenaLargestBlock : expected * 2;
         EXPECT_EQ(static_cast<size_t>(arena.end - start), expected) << block;
 #if defined(__linux__)
-        // Aligned so that the kernel can map each with one huge page.
+        // Aligned, so that a kernel that backs memory with huge pages of its own accord can.
         if (expected == kArenaLargestBlock) {
             EXPECT_EQ(reinterpret_cast<uintptr_t>(start) % kArenaLargestBlock, 0u) << block;
         }
@@ -263,7 +263,7 @@ TEST(Arena, AddressSpaceIsReservedOnlyWhenItIsNotLimited) {
 #endif
 
 // A growable block keeps what it holds at every doubling. From kMappedBlockMin up it is, on Linux,
-// a mapping at a huge-page boundary advised for huge pages, and it keeps being one as it grows
+// a mapping at a largest block's boundary, left to ordinary pages, and it keeps being one as it grows
 // (its pages moved, not copied); below that, and elsewhere, a heap block.
 TEST(GrowableBlock, KeepsItsBytesAtEveryDoublingAndIsMappedFromTheMappedSizeUp) {
     bool mapped = false;
@@ -282,8 +282,7 @@ TEST(GrowableBlock, KeepsItsBytesAtEveryDoublingAndIsMappedFromTheMappedSizeUp) 
         EXPECT_EQ(mapped, size >= kMappedBlockMin) << size;
         if (mapped) {
             EXPECT_EQ(reinterpret_cast<uintptr_t>(data) % kArenaLargestBlock, 0u) << size;
-            EXPECT_TRUE(AdvisedForHugePages(data)) << size;
-            EXPECT_TRUE(AdvisedForHugePages(data + size - 1)) << size;
+            EXPECT_FALSE(AdvisedForHugePages(data)) << size;
         }
 #else
         EXPECT_FALSE(mapped);
@@ -317,18 +316,17 @@ TEST(GrowableBlock, AHeapBlockBecomingMappedKeepsItsUsedBytes) {
 }
 
 #if defined(__linux__)
-// A script's source of megabytes is a block of its own: at a huge-page boundary, its whole huge
-// pages advised for them; a tail shorter than a huge page is left to ordinary pages.
-TEST(Arena, ABlockOfItsOwnOfHugePageSizeIsMappedAndAdvisedForHugePages) {
+// A script's source of megabytes is a block of its own: a mapping at a largest block's boundary,
+// left to ordinary pages.
+TEST(Arena, ABlockOfItsOwnOfMegabytesIsMappedAtALargestBlocksBoundary) {
     Arena texts{};
     std::string text(2 * kArenaLargestBlock + 100, 'q');
     char* copy = ArenaCopyLongText(texts, text.data(), text.size(), 64);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(copy) % kArenaLargestBlock, 0u);
     EXPECT_EQ(std::string(copy, text.size()), text);
     for (size_t i = 0; i < 64; i++) ASSERT_EQ(copy[text.size() + i], 0) << i;
-    EXPECT_TRUE(AdvisedForHugePages(copy));
-    EXPECT_TRUE(AdvisedForHugePages(copy + 2 * kArenaLargestBlock - 1));
-    EXPECT_FALSE(AdvisedForHugePages(copy + 2 * kArenaLargestBlock));
+    EXPECT_TRUE(MappingOf(copy + text.size() - 1).found);
+    EXPECT_FALSE(AdvisedForHugePages(copy));
 }
 
 TEST(Arena, CopyBytesCopiesEveryLengthExactlyAndWritesNothingAround) {
@@ -345,31 +343,17 @@ TEST(Arena, CopyBytesCopiesEveryLengthExactlyAndWritesNothingAround) {
     }
 }
 
-// A mapping made while huge pages are not wanted is left to ordinary pages.
-TEST(Arena, ABlockOfItsOwnIsAdvisedForHugePagesOnlyWhileThatIsWanted) {
-    Arena texts{};
-    std::string text(kArenaLargestBlock + 100, 'q');
-    AdviseHugePages(false);
-    EXPECT_FALSE(HugePagesAdvised());
-    char* plain = ArenaCopyLongText(texts, text.data(), text.size(), 8);
-    AdviseHugePages(true);
-    char* advised = ArenaCopyLongText(texts, text.data(), text.size(), 8);
-    EXPECT_EQ(std::string(plain, text.size()), text);
-    EXPECT_FALSE(AdvisedForHugePages(plain));
-    EXPECT_TRUE(AdvisedForHugePages(advised));
-    EXPECT_TRUE(HugePagesAdvised());
-}
-
-// The scratch's largest blocks are one huge page each, their header inside it.
-TEST(Scratch, TheLargestBlocksAreHugePagesEach) {
+// The scratch's largest blocks are mappings of their own at a largest block's boundary, their
+// header inside, left to ordinary pages.
+TEST(Scratch, TheLargestBlocksAreMappingsAtALargestBlocksBoundary) {
     Scratch scratch{};
     std::vector<uint8_t*> records;
     for (int i = 0; i < 4000; i++) records.push_back(static_cast<uint8_t*>(ScratchAllocate(scratch, 4096)));
     // 4000 records of 4 KiB fill the doubling blocks (64 KiB to 1 MiB) and several of the largest.
     uint8_t* last = records.back();
-    uintptr_t hugePage = reinterpret_cast<uintptr_t>(last) & ~(uintptr_t{kArenaLargestBlock} - 1);
-    EXPECT_TRUE(AdvisedForHugePages(last));
-    EXPECT_LE(reinterpret_cast<uintptr_t>(last) + 4096, hugePage + kArenaLargestBlock);
+    uintptr_t block = reinterpret_cast<uintptr_t>(last) & ~(uintptr_t{kArenaLargestBlock} - 1);
+    EXPECT_FALSE(AdvisedForHugePages(last));
+    EXPECT_LE(reinterpret_cast<uintptr_t>(last) + 4096, block + kArenaLargestBlock);
     // A request that fills a whole largest block cannot share one with its header: it gets a block
     // of its own, and the records before it are untouched.
     std::memset(last, 0x33, 4096);
@@ -386,13 +370,12 @@ TEST(Scratch, ExpectingHalfALargestBlockOrMoreMakesTheNewBlocksTheLargest) {
     std::vector<uint8_t*> records;
     for (int i = 0; i < 32; i++) records.push_back(static_cast<uint8_t*>(ScratchAllocate(small, 4096)));
     // 32 records of 4 KiB: the 64 KiB first block, then the 128 KiB one.
-    EXPECT_FALSE(AdvisedForHugePages(records.back()));
     EXPECT_GT(records.back() - records.front(), static_cast<ptrdiff_t>(kArenaFirstBlock));
 
     Scratch expecting{};
     uint8_t* first = static_cast<uint8_t*>(ScratchAllocate(expecting, 4096));
     ScratchExpect(expecting, kArenaExpectedLarge);
-    // The first block (64 KiB) serves until it is full; the block after it is a huge page.
+    // The first block (64 KiB) serves until it is full; the block after it is a largest one.
     uint8_t* record = first;
     for (size_t used = 4096; used + 4096 <= kArenaFirstBlock; used += 4096) {
         record = static_cast<uint8_t*>(ScratchAllocate(expecting, 4096));
@@ -400,8 +383,7 @@ TEST(Scratch, ExpectingHalfALargestBlockOrMoreMakesTheNewBlocksTheLargest) {
     EXPECT_LT(record, first + kArenaFirstBlock);
     uint8_t* next = static_cast<uint8_t*>(ScratchAllocate(expecting, 4096));
     EXPECT_TRUE(next < first || next >= first + kArenaFirstBlock);
-    // A huge page whose block header alone comes before the record.
-    EXPECT_TRUE(AdvisedForHugePages(next));
+    // A largest block whose header alone comes before the record.
     EXPECT_LT(reinterpret_cast<uintptr_t>(next) % kArenaLargestBlock, 64u);
     // A reset hands out the first block again.
     ResetScratch(expecting);

@@ -16,10 +16,6 @@ namespace {
 
 const char kUnknownError[] = "Unknown error";
 
-// A script whose tree is expected to start in the largest blocks (64 KiB of source or more): its
-// parse and compile map their memory advised for huge pages, a smaller script's not
-// (AdviseHugePages).
-bool IsLargeScript(size_t length) { return length * kTreeBytesPerSourceByte >= kArenaExpectedLarge; }
 // The error list of a unit whose failure could not get memory even for a one-entry list.
 char* kUnknownErrorList[1] = {const_cast<char*>(kUnknownError)};
 // The script name of a unit that could not get memory for its copy.
@@ -107,7 +103,6 @@ VELTJS_API CompileUnit* VeltJS_Parse(const char* source, const char* fileName, c
         // Kept with the tree, whose positions share it.
         if (!source) source = "";
         size_t length = std::strlen(source);
-        AdviseHugePages(IsLargeScript(length));
         sourceText = NewArenaPaddedRefString(State().records, State().texts, source, length, kSourcePadding);
         fileText = NewRefString(fileName ? fileName : "");
         lexer = MakeLexer(sourceText, fileText, State().records, State().texts);
@@ -144,7 +139,6 @@ VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
     bool failedForMemory = false;
     try {
         Parser* parser = static_cast<Parser*>(unit->parser);
-        AdviseHugePages(parser && IsLargeScript(static_cast<size_t>(parser->lexer->length)));
         BeginCompile(cx, unit->scriptName, topLevel);
         if (parser) {
             ScratchExpect(State().compileScratch, static_cast<size_t>(parser->lexer->length) * kScratchBytesPerSourceByte);

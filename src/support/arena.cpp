@@ -16,17 +16,17 @@ namespace {
 
 static_assert(kArenaLargestCarvedBlock <= kArenaLargestBlock, "a carved block fits the largest block");
 
-bool adviseHugePages = true;
-
 #if defined(__linux__)
 constexpr size_t kPageBytes = 4096;
 
 size_t RoundToPage(size_t bytes) { return (bytes + kPageBytes - 1) & ~(kPageBytes - 1); }
 
-// `bytes` (whole pages) mapped at a kArenaLargestBlock boundary, its whole 2 MiB pages advised for
-// huge pages while that is wanted (AdviseHugePages), or null: a partly used last huge page would
-// be made resident whole, so a tail shorter than one stays in 4 KiB pages. `flags` are added to
-// the mapping's.
+// `bytes` (whole pages) mapped at a kArenaLargestBlock boundary, or null. `flags` are added to the
+// mapping's. The library does not advise its mappings for huge pages: on a virtual machine that
+// hands its free 2 MiB blocks back to its host (the machines it is measured on), a fresh huge page
+// is cheap only when the process freed huge pages a moment before, and otherwise costs several
+// times the 4 KiB pages the kernel has at hand. The boundary lets a system that backs anonymous
+// memory with huge pages of its own accord give a block whole ones.
 uint8_t* MapAligned(size_t bytes, int flags = 0) {
     size_t span = bytes + kArenaLargestBlock;
     void* mapped = mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | flags, -1, 0);
@@ -36,8 +36,6 @@ uint8_t* MapAligned(size_t bytes, int flags = 0) {
     if (aligned > start) munmap(mapped, aligned - start);
     uintptr_t tail = aligned + bytes;
     if (start + span > tail) munmap(reinterpret_cast<void*>(tail), start + span - tail);
-    size_t huge = bytes & ~(kArenaLargestBlock - 1);
-    if (huge > 0 && adviseHugePages) madvise(reinterpret_cast<void*>(aligned), huge, MADV_HUGEPAGE);
     return reinterpret_cast<uint8_t*>(aligned);
 }
 
@@ -45,8 +43,8 @@ size_t RoundToLargestBlock(size_t bytes) { return (bytes + kArenaLargestBlock - 
 #endif
 
 // A block of the largest size. On Linux it comes from a mapping of kArenaRegion bytes that the
-// arena reserves at a 2 MiB boundary (made larger by one block, the unaligned ends given back)
-// and advises for huge pages; pages are resident only once records reach them. Reserving many
+// arena reserves at a 2 MiB boundary (made larger by one block, the unaligned ends given back);
+// pages are resident only once records reach them. Reserving many
 // blocks at once keeps the process's mappings few: each is a line of /proc/self/maps, which the
 // C library reads to find the main thread's stack for every call's stack guard. Elsewhere, and
 // when mapping fails, a block is an ordinary heap block. Never freed.
@@ -81,8 +79,7 @@ uint8_t* Carve(Arena& arena, size_t size, size_t largestCarved = kArenaLargeRequ
     }
     if (size > largestCarved) {
 #if defined(__linux__)
-        // A block of its own of megabytes (a script's source copy): mapped, so that it is faulted
-        // in 2 MiB at a time.
+        // A block of its own of megabytes (a script's source copy): a mapping at a 2 MiB boundary.
         if (size >= kArenaLargestBlock) {
             if (uint8_t* own = MapAligned(RoundToPage(size))) return own;
         }
@@ -116,8 +113,8 @@ constexpr size_t kScratchHeader = ArenaRecordSize(sizeof(ScratchBlock));
 uint8_t* ScratchData(ScratchBlock* block) { return reinterpret_cast<uint8_t*>(block) + kScratchHeader; }
 
 // A block with room for `size` bytes after its header (at least `needed` of them), or null. The
-// largest are, on Linux, one huge page each, the header inside it: a large compile's records then
-// fault in 2 MiB at a time.
+// largest are, on Linux, mappings of their own at a 2 MiB boundary, the header inside: resident
+// only as far as records reach.
 ScratchBlock* NewScratchBlock(size_t size, size_t needed) {
     void* block = nullptr;
 #if defined(__linux__)
@@ -144,10 +141,6 @@ void* ArenaAllocateAny(Arena& arena, size_t size) {
     size = ArenaRecordSize(size);
     return std::memset(Carve(arena, size), 0, size);
 }
-
-void AdviseHugePages(bool wanted) { adviseHugePages = wanted; }
-
-bool HugePagesAdvised() { return adviseHugePages; }
 
 void ArenaExpect(Arena& arena, size_t bytes) {
     if (bytes >= kArenaExpectedLarge) arena.blockSize = kArenaLargestBlock;

@@ -25,9 +25,7 @@ struct SpareBlock {
 };
 
 // Blocks start at 64 KiB and double up to 2 MiB, so a small script's arena stays small and a
-// large one takes few blocks. 2 MiB blocks are aligned to 2 MiB and, on Linux, offered to the
-// kernel for huge pages while a large script is handled (AdviseHugePages): one page fault then
-// maps 2 MiB instead of 4 KiB.
+// large one takes few blocks. 2 MiB blocks are aligned to 2 MiB (Linux).
 constexpr size_t kArenaFirstBlock = 64 * 1024;
 constexpr size_t kArenaLargestBlock = 2 * 1024 * 1024;
 // Address space reserved at a time for the largest blocks (Linux).
@@ -48,22 +46,13 @@ constexpr size_t ArenaRecordSize(size_t size) {
 }
 
 // Tells the arena that about `bytes` more are coming (a parse knows its source's length before it
-// builds the tree). From kArenaExpectedLarge on, the next block is a largest one at once: the
-// blocks of the doubling below it are faulted in 4 KiB at a time, which on a virtual machine costs
-// several times what 2 MiB pages cost per byte. Less than that changes nothing.
+// builds the tree). From kArenaExpectedLarge on, the next block is a largest one at once, with no
+// blocks of the doubling below it: a large tree then takes its memory in few blocks. Less than
+// that changes nothing.
 void ArenaExpect(Arena& arena, size_t bytes);
 // What the doubling would reach its 1 MiB block with, through 960 KiB of smaller ones; a largest
 // block in their place makes at most 1 MiB more resident, once.
 constexpr size_t kArenaExpectedLarge = kArenaLargestBlock / 2;
-
-// Whether the blocks and tables the library maps from now on (Linux) are advised for huge pages;
-// at first they are. A parse or compile of a large script turns it on and one of a small script
-// off (the exports decide): a large script's tree is written in one go, and 2 MiB pages fault it
-// in for much less per byte than 4 KiB ones; but a project's small scripts take their memory a
-// little at a time, where on a virtual machine whose free 2 MiB blocks go back to the host a
-// huge page costs several times the 4 KiB pages the kernel has at hand.
-void AdviseHugePages(bool wanted);
-bool HugePagesAdvised();
 
 // The requests that fit the current block are carved inline below, as every node and token text
 // of a tree is; the ...Any routines do every case (and every request of the test build, which may
@@ -146,23 +135,21 @@ inline void ArenaRewind(Arena& arena, const void* start) {
 }
 
 // A table of `bytes` for an index that is replaced as it grows, so given back rather than kept
-// in an arena; its contents are not set. From 2 MiB up, on Linux, it is mapped at a 2 MiB
-// boundary and advised for huge pages: lookups spread over a table of millions of slots then miss
-// the TLB far less. Throws std::bad_alloc.
+// in an arena; its contents are not set. From 2 MiB up, on Linux, it is a mapping of its own at a
+// 2 MiB boundary, given back whole when it is replaced. Throws std::bad_alloc.
 void* AllocateTable(size_t bytes);
 // The same with every byte zero.
 void* AllocateZeroedTable(size_t bytes);
 // Address space for a table that grows in place up to `bytes`: zero, and resident only as far as
-// it is written (Linux: an unreserved mapping advised for huge pages). Null when it cannot be had,
+// it is written (Linux: an unreserved mapping). Null when it cannot be had,
 // when the process's address space is limited, and always elsewhere; the caller then grows by
 // copying. Given back with FreeTable. The test build's failure hook leaves it alone: the copying
 // path is the one whose failures matter.
 void* ReserveZeroedTable(size_t bytes) noexcept;
 // A compile's code and position buffers grow by doubling. Below kMappedBlockMin bytes a buffer is a
-// heap block; from there up, on Linux, a mapping at a 2 MiB boundary advised for huge pages, grown
-// by moving its pages into a larger mapping rather than copying them. A script of megabytes then
-// faults its code in 2 MiB at a time instead of 4 KiB. Elsewhere, and when mapping fails, a heap
-// block all along.
+// heap block; from there up, on Linux, a mapping at a 2 MiB boundary, grown by moving its pages
+// into a larger mapping rather than copying them, and trimmed to the pages written when finished.
+// Elsewhere, and when mapping fails, a heap block all along.
 constexpr size_t kMappedBlockMin = 4 * 1024 * 1024;
 // A buffer grows only when full, so a mapped one holds more than half its size: too much to be
 // carved (kArenaLargestCarvedBlock). Mapped blocks are therefore never spare blocks.

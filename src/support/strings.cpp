@@ -260,14 +260,13 @@ constexpr size_t kPtrBlockHeader = 2;
 // then grows into without moving: no copy, and no old block kept beside it.
 constexpr size_t kPtrRegionBytes = size_t{1} << 30;
 // The size from which a block is that address space. The blocks of 512 KiB and 1 MiB below 2 MiB
-// would each be copied and faulted in 4 KiB at a time, several times the cost per byte of the
-// huge pages the address space is filled with; an array this large is a script of hundreds of
-// kilobytes, whose other memory dwarfs the at most 2 MiB page it makes resident early.
+// would each be copied and kept beside the next; an array this large is a script of hundreds of
+// kilobytes, and the address space is resident only as far as the array reaches.
 constexpr size_t kPtrRegionFrom = 256 * 1024;
 
 // A pointer array's blocks are kept for the array's life, and the large ones are filled a page at
-// a time as the array grows: from kPtrRegionFrom up they are huge-page mappings, as the indexes'
-// tables are, so that filling them takes a page fault per 2 MiB.
+// a time as the array grows: from kPtrRegionFrom up they are mappings, as the indexes' tables are,
+// resident only as far as they are written.
 static void EnsureReserved(PtrArray& array, int64_t entries) {
     if (entries <= array.reserved) return;
     int64_t reserved = array.reserved > 0 ? array.reserved : 8;
