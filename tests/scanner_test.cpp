@@ -878,3 +878,57 @@ TEST(Scanner, EveryPieceAloneAndBetweenOthersScansAlikeBothWays) {
         }
     }
 }
+
+namespace {
+
+// The kind and text of every token of `source` (after a first ';'), up to the end or an error,
+// while a holder takes every token's record as a node would, so that every text a later token of
+// its kind or spelling may share is kept.
+std::vector<ScannedToken> TokensWhileHoldingEach(const std::string& source) {
+    static Arena records{};
+    static Arena texts{};
+    std::vector<ScannedToken> tokens;
+    Lexer* lexer = LexerWithArenas((";" + source).c_str(), records, texts);
+    for (size_t i = 0; i < 10000; i++) {
+        try {
+            ScanToken(lexer);
+        } catch (const CompileException&) {
+            break;
+        }
+        RetainRefString(*lexer->tokenText);
+        tokens.push_back({lexer->tokenKind, TokenText(lexer)});
+        if (lexer->tokenKind == LEX_EOF) break;
+    }
+    EndLexing(lexer);
+    return tokens;
+}
+
+}  // namespace
+
+// A kind kept by kind (an operator, a keyword, a character that is a token of its own) takes the
+// text a node took last for it without comparing the texts: that holds only while every token of a
+// kind is spelled the same, however it was written (escapes, the automatic ';', characters beyond
+// ASCII). Scanned with every record held, each token's text is still what a scan that shares
+// nothing gives.
+TEST(Scanner, EveryKindKeptByKindHasOneSpelling) {
+    std::vector<std::string> pieces(std::begin(kPieces), std::end(kPieces));
+    for (const KeywordEntry& keyword : KeywordTable) pieces.push_back(std::string(" ") + keyword.text + " ");
+    for (const char* escaped : {"=\\u003d", "\\u0069f ", "\\u0069\\u006e ", "\xc2\xa9", "\xc2\xb1", "\xc3\x97",
+                                "\n++x", "!\\u003d=", "<\\u003c="}) {
+        pieces.push_back(escaped);
+    }
+    std::mt19937 random(20261126);
+    std::uniform_int_distribution<size_t> pick(0, pieces.size() - 1);
+    std::uniform_int_distribution<int> count(1, 40);
+    for (int round = 0; round < 3000; round++) {
+        std::string source;
+        for (int n = count(random); n > 0; n--) source += pieces[pick(random)];
+        std::vector<ScanState> alone = StatesOf(source, ScanToken);
+        std::vector<ScannedToken> held = TokensWhileHoldingEach(source);
+        ASSERT_LE(held.size(), alone.size()) << "'" << source << "'";
+        for (size_t i = 0; i < held.size(); i++) {
+            ASSERT_EQ(held[i].kind, alone[i].kind) << "token " << i << " of '" << source << "'";
+            ASSERT_EQ(held[i].text, alone[i].text) << "token " << i << " of '" << source << "'";
+        }
+    }
+}

@@ -41,23 +41,15 @@ uint32_t SharedTextHash(int32_t kind, const char* text, size_t length) {
     return static_cast<uint32_t>(kind) * 0x9E3779B1u;
 }
 
-// Whether the live record `string` holds the `length` bytes of `text` (none of them NUL). The
-// texts kept by kind are an operator's or a keyword's, a few bytes: a loop is cheaper than a call.
-bool SpellsText(const RefString* string, const char* text, size_t length) {
-    const char* kept = string->text;
-    if (!kept) return false;
-    // A shorter kept text stops the loop at its NUL, which no byte of `text` equals.
-    for (size_t i = 0; i < length; i++) {
-        if (kept[i] != text[i]) return false;
-    }
-    return kept[length] == '\0';
-}
-
-// The record a node took last for the token's text, or null.
+// The record a node took last for the token's text, or null. A kind kept by kind has one spelling
+// (every token of it is built from the same characters: an operator's, a keyword's, the one
+// character's own), and a kept record's text is never written again (only a record no node took is
+// reused in place, and a kept one was taken), so a kept record that is still held is the token's
+// text without comparing it (Scanner.EveryKindKeptByKindHasOneSpelling).
 RefString* FindTokenText(const Lexer* lexer, int32_t kind, const char* text, size_t length, uint32_t hash) {
     if (IsKeptByKind(kind)) {
         RefString* kept = lexer->kindTexts[kind];
-        return kept && SpellsText(kept, text, length) ? kept : nullptr;
+        return kept && kept->text ? kept : nullptr;
     }
     return length <= kSharedTextMax ? FindSharedText(lexer->sharedTexts, text, length, hash) : nullptr;
 }
