@@ -62,3 +62,4 @@ clean:
 bench: build-linux
 	build/linux/bench/shapes_bench
 	build/linux/bench/compile_bench
+	build/linux/bench/compile_bench --scripts 500 --join 7

@@ -6,7 +6,9 @@
 #   bench/compare-commits.sh OLD_COMMIT [--sizes 1,4,16] [--project 5000] [--jobs 2]
 #
 # Builds OLD_COMMIT's shared library in a temporary worktree, and this tree's library, dumper and
-# corpus writer with the linux preset. Exit status 0 when every dump is identical.
+# corpus writer with the linux preset. Exit status 0 when every dump is identical. The old
+# commits' builds and dumps are kept for the next comparison with them, the three used last only:
+# the dumps of one commit take gigabytes.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -87,6 +89,15 @@ start=$(date +%s)
   fi
 } | xargs -0 -n 4 -P "$jobs" bash -c 'run_one "$@"' _
 touch "$work/$old_tag/complete"
+touch "$work/$old_tag" "$old_tree"
+
+# Only the three old commits compared with last keep their dumps and builds.
+kept=3
+ls -dt "$work"/old-* 2>/dev/null | tail -n +$((kept + 1)) | while read -r stale; do rm -rf "$stale"; done
+ls -dt "$work"/tree-* 2>/dev/null | tail -n +$((kept + 1)) | while read -r stale; do
+  git worktree remove --force "$stale" 2>/dev/null || rm -rf "$stale"
+done
+git worktree prune
 
 for file in "$work/$old_tag"/*; do
   name="$(basename "$file")"

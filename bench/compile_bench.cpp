@@ -2,6 +2,12 @@
 // slow down as the process-wide tables grow (time of the last 500 over time of the first 500).
 // The scripts are the project that `veltjs_corpus --project` writes and bench/compare-commits.sh
 // compares.
+//
+//   compile_bench [--scripts 5000] [--join 1]
+//
+// `--join N` makes each script of N of the project's scripts one after the other (about 16 KB
+// each): a project of larger scripts, whose memory the process takes in larger steps. The windows
+// are a tenth of the scripts.
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -21,8 +27,6 @@
 
 namespace {
 
-constexpr int kScripts = 5000;
-constexpr int kWindow = 500;
 
 // The process's CPU time so far, in user mode and in the kernel (page faults are kernel time).
 struct CpuTimes {
@@ -49,32 +53,40 @@ CpuTimes ProcessCpuTimes() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{"Compiles 5,000 generated scripts in one process and reports the throughput and whether\n"
-                 "compiles slow down as the process-wide tables grow (last 500 scripts over first 500).",
+    CLI::App app{"Compiles a project of generated scripts (5,000 by default) in one process and reports the\n"
+                 "throughput and whether compiles slow down as the process-wide tables grow (the last tenth\n"
+                 "of the scripts over the first tenth).",
                  "compile_bench"};
+    int scriptCount = 5000;
+    int join = 1;
+    app.add_option("--scripts", scriptCount, "Number of scripts")->check(CLI::Range(10, 1000000));
+    app.add_option("--join", join, "Project scripts joined into each script")->check(CLI::Range(1, 1000));
     CLI11_PARSE(app, argc, argv);
+    const int windowSize = scriptCount / 10;   // a tenth of the scripts
 
     VeltJS_Init();
     VeltJS_AddBuiltInFunction("log");
 
     std::vector<std::string> sources;
-    sources.reserve(kScripts);
+    sources.reserve(scriptCount);
     size_t totalBytes = 0;
     size_t totalLines = 0;
-    for (int i = 0; i < kScripts; i++) {
-        sources.push_back(bench::MakeProjectScript(i));
+    for (int i = 0; i < scriptCount; i++) {
+        std::string source;
+        for (int piece = 0; piece < join; piece++) source += bench::MakeProjectScript(i * join + piece);
+        sources.push_back(std::move(source));
         totalBytes += sources.back().size();
         for (char c : sources.back()) totalLines += c == '\n';
     }
 
-    std::vector<double> seconds(kScripts);
+    std::vector<double> seconds(scriptCount);
     // The CPU times at the start of each window, and at the end of the last.
     std::vector<CpuTimes> windowCpu;
     int failures = 0;
     using Clock = std::chrono::steady_clock;
     Clock::time_point allStart = Clock::now();
-    for (int i = 0; i < kScripts; i++) {
-        if (i % kWindow == 0) windowCpu.push_back(ProcessCpuTimes());
+    for (int i = 0; i < scriptCount; i++) {
+        if (i % windowSize == 0) windowCpu.push_back(ProcessCpuTimes());
         std::string name = "script" + std::to_string(i);
         Clock::time_point start = Clock::now();
         CompileUnit* unit = VeltJS_Parse(sources[i].c_str(), (name + ".js").c_str(), name.c_str());
@@ -89,28 +101,28 @@ int main(int argc, char** argv) {
 
     double first = 0;
     double last = 0;
-    for (int i = 0; i < kWindow; i++) {
+    for (int i = 0; i < windowSize; i++) {
         first += seconds[i];
-        last += seconds[kScripts - kWindow + i];
+        last += seconds[scriptCount - windowSize + i];
     }
     // The trend across the run: the time of each window of scripts, its slowest script, and its CPU
     // time split into user mode and the kernel: a window slower for the kernel's page clearing
     // alone is the machine's fresh memory getting dearer, not the library doing more per script.
-    for (int start = 0, window = 0; start < kScripts; start += kWindow, window++) {
+    for (int start = 0, window = 0; start < scriptCount; start += windowSize, window++) {
         double sum = 0;
         double slowest = 0;
-        for (int i = start; i < start + kWindow && i < kScripts; i++) {
+        for (int i = start; i < start + windowSize && i < scriptCount; i++) {
             sum += seconds[i];
             if (seconds[i] > slowest) slowest = seconds[i];
         }
         const CpuTimes& from = windowCpu[static_cast<size_t>(window)];
         const CpuTimes& to = windowCpu[static_cast<size_t>(window) + 1];
         std::printf("scripts %4d-%4d: %.3f s (slowest %.1f ms; CPU %.3f s user, %.3f s kernel)\n", start,
-                    start + kWindow - 1, sum, slowest * 1000, to.user - from.user, to.kernel - from.kernel);
+                    start + windowSize - 1, sum, slowest * 1000, to.user - from.user, to.kernel - from.kernel);
     }
     double megabytes = static_cast<double>(totalBytes) / (1024.0 * 1024.0);
-    std::printf("scripts: %d (%zu lines, %.1f MB, %d failed)\n", kScripts, totalLines, megabytes, failures);
+    std::printf("scripts: %d (%zu lines, %.1f MB, %d failed)\n", scriptCount, totalLines, megabytes, failures);
     std::printf("total: %.3f s, %.2f MB/s\n", total, megabytes / total);
-    std::printf("first %d: %.3f s, last %d: %.3f s, ratio %.3f\n", kWindow, first, kWindow, last, last / first);
+    std::printf("first %d: %.3f s, last %d: %.3f s, ratio %.3f\n", windowSize, first, windowSize, last, last / first);
     return failures == 0 && last / first < 1.3 ? 0 : 1;
 }
