@@ -64,6 +64,30 @@ TEST(Driver, TwoFunctionsWithoutTopLevelGetTwoVarsForTheFirst) {
     EXPECT_EQ(Describe(HeadOf(root->first)), (Items{"var f", "var f", "function g", "function f", "1"}));
 }
 
+// Declaring the function names walks the hoisted list only as far as the script's first statement:
+// every other function declaration was moved in front of it. A first statement that is a function
+// itself still gets its `var`, and so does every function hoisted from far down the list.
+TEST(Driver, DeclaringFunctionNamesCoversEveryFunctionUpToTheFirstStatement) {
+    TestCompile t("main", 0);
+    Node* root = N('{', "{", {Function("first"), Int("1"), Function("second"), Int("2"), Function("third")});
+    CompileProgram(t.cx, root->first);
+    EXPECT_EQ(Describe(HeadOf(root->first)), (Items{"var second", "var first", "var first", "var second", "function third",
+                                                    "function second", "function first", "1", "2"}));
+
+    TestCompile u("main", 0);
+    std::vector<Node*> statements{Int("0")};
+    for (int i = 0; i < 200; i++) statements.push_back(Int("1"));
+    statements.push_back(Function("late"));
+    statements.push_back(Function("last"));
+    Node* list = N('{', "{", {});
+    for (Node* statement : statements) AppendChild(list, statement);
+    CompileProgram(u.cx, list->first);
+    Items described = Describe(HeadOf(list->first));
+    ASSERT_EQ(described.size(), 205u);
+    EXPECT_EQ(Items(described.begin(), described.begin() + 5),
+              (Items{"var late", "var late", "function last", "function late", "0"}));
+}
+
 TEST(Driver, TwoFunctionsAtTopLevelAreOnlyReordered) {
     TestCompile t("main", 1);
     Node* root = N('{', "{", {Function("f"), Function("g"), Int("1")});

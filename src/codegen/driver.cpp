@@ -50,6 +50,7 @@ Node* MakeVarDeclaration(RefString* name, const SourcePosition* where) {
 // Function declarations first, the later ones in front; the first node of the list stays behind them.
 Node* HoistFunctions(Node* head) {
     for (Node* node = head; node;) {
+        PrefetchNodesAhead(node);
         Node* successor = node->next;
         if (node->kind == LEX_FUNCTION && node != head) {
             Unlink(node);
@@ -62,11 +63,15 @@ Node* HoistFunctions(Node* head) {
 
 // A `var` for every function declaration but the one heading the list (the last function in the
 // source gets none): the runner finds that one by its function record instead
-// (Driver.TwoFunctionsWithoutTopLevelGetTwoVarsForTheFirst).
-Node* DeclareFunctionNames(Node* head) {
+// (Driver.TwoFunctionsWithoutTopLevelGetTwoVarsForTheFirst). `last` is the list's first statement
+// before HoistFunctions: it moved every other function declaration in front of it, so none comes
+// after it and the walk ends there, not at the end of a script of thousands of statements.
+Node* DeclareFunctionNames(Node* head, const Node* last) {
     for (Node* node = head; node; node = node->next) {
-        if (node->kind != LEX_FUNCTION || node == head || !node->first) continue;
-        head = InsertAsHead(head, MakeVarDeclaration(node->first->text, head->position));
+        if (node->kind == LEX_FUNCTION && node != head && node->first) {
+            head = InsertAsHead(head, MakeVarDeclaration(node->first->text, head->position));
+        }
+        if (node == last) break;
     }
     return head;
 }
@@ -172,6 +177,7 @@ void CollectVarNames(Node* list, std::vector<RefString*>& names) {
             resume.pop_back();
             continue;
         }
+        PrefetchNodesAhead(node);
         if (node->kind == LEX_VAR) {
             for (Node* name = node->first; name; name = name->next) {
                 names.push_back(name->text);
@@ -195,7 +201,7 @@ void CompileStatements(CodeGenContext& cx, Node* list, int flag) {
 void CompileProgram(CodeGenContext& cx, Node* firstStatement) {
     if (!firstStatement) return;
     Node* head = HoistFunctions(firstStatement);
-    if (!cx.topLevel) head = DeclareFunctionNames(head);
+    if (!cx.topLevel) head = DeclareFunctionNames(head, firstStatement);
     std::vector<RefString*> names;
     try {
         CollectVarNames(head, names);
