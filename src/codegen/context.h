@@ -249,6 +249,8 @@ VarEntry* UseName(CodeGenContext& cx, const char* name, uint32_t hash, int32_t* 
 VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t kind, uint32_t slot);
 // The same with the name's NameHash already taken.
 VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t hash, uint32_t kind, uint32_t slot);
+// The same for the name a node spells (its text, hashed as NodeNameHash does).
+VarEntry* DeclareNodeLocal(CodeGenContext& cx, const Node* node, uint32_t kind, uint32_t slot);
 VarEntry* DeclareSlot(CodeGenContext& cx, const char* name);
 // The enclosing functions' declared names and the name, joined by '@'.
 RefString* QualifiedName(CodeGenContext& cx, const char* name);

@@ -69,7 +69,7 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
     DeclareLocal(cx, "arguments", LastingNameHash("arguments"), kVarEntryVariable, kUnsetSlot);
     uint32_t slot = 0;
     for (Node* parameter = parameterList ? parameterList->first : nullptr; parameter; parameter = parameter->next) {
-        DeclareLocal(cx, parameter->text->text, NodeNameHash(parameter), kVarEntryParameter, slot++);
+        DeclareNodeLocal(cx, parameter, kVarEntryParameter, slot++);
     }
 
     ListPush(cx.breakTargets, endCompile);

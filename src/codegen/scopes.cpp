@@ -1,6 +1,7 @@
 // Scopes and lookup: one scope per function being compiled (the global scope first), each with
 // its declared variables, the names that took a slot, and the functions declared in it.
 #include "codegen/context.h"
+#include "parser/node.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -139,6 +140,10 @@ VarEntry* UseName(CodeGenContext& cx, const char* name, uint32_t hash, int32_t* 
 
 VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t kind, uint32_t slot) {
     return DeclareLocal(cx, name, NameHash(name), kind, slot);
+}
+
+VarEntry* DeclareNodeLocal(CodeGenContext& cx, const Node* node, uint32_t kind, uint32_t slot) {
+    return DeclareLocal(cx, node->text->text, NodeNameHash(node), kind, slot);
 }
 
 VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t hash, uint32_t kind, uint32_t slot) {

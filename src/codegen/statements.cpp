@@ -176,7 +176,7 @@ void CompileForIn(CodeGenContext& cx, Node* node) {
     int32_t storeKind = VarUnknown;
     if (variable->kind == LEX_VAR) {
         target = variable->first;
-        DeclareLocal(cx, target->text->text, NodeNameHash(target), kVarEntryVariable, kUnsetSlot);
+        DeclareNodeLocal(cx, target, kVarEntryVariable, kUnsetSlot);
         // The loop variable's declaration carries the reference marker (0xA), not 0xB: the runner
         // reads it as the loop's own variable (StatementScripts.ForInWithVarDeclaresTheVariableAndStoresItAsLocal).
         EmitLocalDeclaration(cx, target, kVarReference);
@@ -291,7 +291,7 @@ void CompileThrow(CodeGenContext& cx, Node* node) {
 // per declarator: pop.v(9) -12 0xB name; [initializer; pop into name]
 void CompileVar(CodeGenContext& cx, Node* node) {
     for (Node* declarator = node->first; declarator; declarator = declarator->next) {
-        DeclareLocal(cx, declarator->text->text, NodeNameHash(declarator), kVarEntryVariable, kUnsetSlot);
+        DeclareNodeLocal(cx, declarator, kVarEntryVariable, kUnsetSlot);
         EmitLocalDeclaration(cx, declarator, kVarDeclaration);
         if (declarator->first) {
             CompileExpression(cx, declarator->first, false);
@@ -313,7 +313,7 @@ void CompileFunctionDeclaration(CodeGenContext& cx, Node* node) {
         uint32_t index = AddVarAndPatch(cx, name, kPatchSelf);
         Emit(cx, {MakeWord(OP_POP, TYPE_VARIABLE, TYPE_VARIABLE, SelectorField(SEL_UNRESOLVED)), index | kVarDeclaration});
     } else {
-        DeclareLocal(cx, name, NodeNameHash(nameNode), kVarEntryVariable, kUnsetSlot);
+        DeclareNodeLocal(cx, nameNode, kVarEntryVariable, kUnsetSlot);
         EmitLocalDeclaration(cx, nameNode, kVarDeclaration);
         uint32_t index = AddNodeVarAndPatch(cx, nameNode, kPatchLocal);
         Emit(cx, {MakeWord(OP_POP, TYPE_VARIABLE, TYPE_VARIABLE, SelectorField(SEL_LOCAL)), index | kVarDeclaration});
