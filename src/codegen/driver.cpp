@@ -63,15 +63,15 @@ Node* HoistFunctions(Node* head) {
 
 // A `var` for every function declaration but the one heading the list (the last function in the
 // source gets none): the runner finds that one by its function record instead
-// (Driver.TwoFunctionsWithoutTopLevelGetTwoVarsForTheFirst). `last` is the list's first statement
-// before HoistFunctions: it moved every other function declaration in front of it, so none comes
+// (Driver.TwoFunctionsWithoutTopLevelGetTwoVarsForTheFirst). HoistFunctions moved every function
+// declaration but `firstStatement` (the list's first before it) in front of that one, so none comes
 // after it and the walk ends there, not at the end of a script of thousands of statements.
-Node* DeclareFunctionNames(Node* head, const Node* last) {
+Node* DeclareFunctionNames(Node* head, const Node* firstStatement) {
     for (Node* node = head; node; node = node->next) {
         if (node->kind == LEX_FUNCTION && node != head && node->first) {
             head = InsertAsHead(head, MakeVarDeclaration(node->first->text, head->position));
         }
-        if (node == last) break;
+        if (node == firstStatement) break;
     }
     return head;
 }
