@@ -50,7 +50,7 @@ Node* MakeVarDeclaration(RefString* name, const SourcePosition* where) {
 // Function declarations first, the later ones in front; the first node of the list stays behind them.
 Node* HoistFunctions(Node* head) {
     for (Node* node = head; node;) {
-        PrefetchNodesFarAhead(node);
+        PrefetchNodesAhead(node, kLightWalkPrefetchDistance);
         Node* successor = node->next;
         if (node->kind == LEX_FUNCTION && node != head) {
             Unlink(node);
@@ -177,7 +177,7 @@ void CollectVarNames(Node* list, std::vector<RefString*>& names) {
             resume.pop_back();
             continue;
         }
-        PrefetchNodesFarAhead(node);
+        PrefetchNodesAhead(node, kLightWalkPrefetchDistance);
         if (node->kind == LEX_VAR) {
             for (Node* name = node->first; name; name = name->next) {
                 names.push_back(name->text);

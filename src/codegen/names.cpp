@@ -68,6 +68,16 @@ uint32_t AddVarAndPatchAt(CodeGenContext& cx, const char* name, uint32_t kind, i
     return index;
 }
 
+uint32_t AddFuncAndPatchAt(CodeGenContext& cx, const char* name, int32_t (*intern)(const char*)) {
+    if (!name) {
+        std::printf("ERROR! :: AddFuncAndPatch :: Invalid NULL\n");
+        return kNoName;
+    }
+    uint32_t index = static_cast<uint32_t>(intern(name));
+    AddFuncPatch(cx, index);
+    return index;
+}
+
 }  // namespace
 
 uint32_t AddVarAndPatch(CodeGenContext& cx, const char* name, uint32_t kind) {
@@ -90,31 +100,11 @@ void AddVarRecordWithoutSite(const char* name, uint32_t kind) {
     PushPtr(GlobalVarList, NewPatchRecord(static_cast<uint32_t>(InternName(name)), kind, kNoUseSite));
 }
 
-uint32_t AddFuncAndPatch(CodeGenContext& cx, const char* name) {
-    if (!name) {
-        std::printf("ERROR! :: AddFuncAndPatch :: Invalid NULL\n");
-        return kNoName;
-    }
-    uint32_t index = static_cast<uint32_t>(InternName(name));
-    AddFuncPatch(cx, index);
-    return index;
-}
+uint32_t AddFuncAndPatch(CodeGenContext& cx, const char* name) { return AddFuncAndPatchAt(cx, name, InternName); }
 
 void AddFuncPatch(CodeGenContext& cx, uint32_t nameIndex) {
     PushPtr(GlobalFuncList, NewPatchRecord(nameIndex, 0, static_cast<uint64_t>(CodeOffset(cx))));
 }
-
-namespace {
-
-// AddFuncAndPatch of a helper's name, one of the library's literals: lasting.
-uint32_t AddHelperAndPatch(CodeGenContext& cx, const char* name) {
-    if (!name) return AddFuncAndPatch(cx, name);
-    uint32_t index = static_cast<uint32_t>(InternLastingName(name));
-    AddFuncPatch(cx, index);
-    return index;
-}
-
-}  // namespace
 
 // push.s index (the patch record points at the operand word)
 void AddStringAndPatch(CodeGenContext& cx, const char* text) {
@@ -133,7 +123,8 @@ void AddStringAndPatch(CodeGenContext& cx, const char* text) {
 
 // call.i argumentCount, name index
 void EmitCall(CodeGenContext& cx, const char* name, uint32_t argumentCount) {
-    uint32_t index = AddHelperAndPatch(cx, name);
+    // The helpers' names are the library's literals: lasting.
+    uint32_t index = AddFuncAndPatchAt(cx, name, InternLastingName);
     Emit(cx, {MakeWord1(OP_CALL, TYPE_INT, argumentCount & 0xFFFFu), index});
 }
 

@@ -40,10 +40,9 @@ constexpr size_t kNodeAndPositionSize = kNodeRecordSize + ArenaRecordSize(sizeof
 
 Node* MakeNodeIn(Arena& arena, uint32_t kind, RefString* text, const SourcePosition* position) {
 #if !defined(VELTJS_FAULT_INJECTION)
-    if (arena.next && static_cast<size_t>(arena.end - arena.next) >= kNodeAndPositionSize) {
-        Node* node = reinterpret_cast<Node*>(arena.next);
-        auto* copy = reinterpret_cast<SourcePosition*>(arena.next + kNodeRecordSize);
-        arena.next += kNodeAndPositionSize;
+    if (uint8_t* record = TakeRoom(arena.next, arena.end, kNodeAndPositionSize)) {
+        Node* node = reinterpret_cast<Node*>(record);
+        auto* copy = reinterpret_cast<SourcePosition*>(record + kNodeRecordSize);
         // The whole record, padding included, as zeroing it first and then filling it leaves it.
         std::memset(static_cast<void*>(copy), 0, sizeof(SourcePosition));
         *node = Node{};

@@ -34,18 +34,11 @@ constexpr size_t kTreeBytesPerSourceByte = 16;
 // further on in the arena has them there in time. A prefetch never faults, past the end of a block
 // or of a mapping included, and changes nothing but when memory is read.
 constexpr uintptr_t kNodePrefetchDistance = 1024;
-inline void PrefetchNodesAhead(const Node* node) {
-    uintptr_t ahead = reinterpret_cast<uintptr_t>(node) + kNodePrefetchDistance;
-    __builtin_prefetch(reinterpret_cast<const void*>(ahead));
-    __builtin_prefetch(reinterpret_cast<const void*>(ahead + 64));
-}
-
-// The same for a walk that does next to nothing at each node (following a list's `next`, reading
-// each node's kind): nodes a few hundred bytes further on would still be on their way when it
-// reaches them, so it asks for those 4 KiB ahead.
+// A walk that does next to nothing at each node (following a list's `next`, reading each node's
+// kind) would reach nodes 1 KiB on while they are still on their way: it asks 4 KiB ahead.
 constexpr uintptr_t kLightWalkPrefetchDistance = 4096;
-inline void PrefetchNodesFarAhead(const Node* node) {
-    uintptr_t ahead = reinterpret_cast<uintptr_t>(node) + kLightWalkPrefetchDistance;
+inline void PrefetchNodesAhead(const Node* node, uintptr_t distance = kNodePrefetchDistance) {
+    uintptr_t ahead = reinterpret_cast<uintptr_t>(node) + distance;
     __builtin_prefetch(reinterpret_cast<const void*>(ahead));
     __builtin_prefetch(reinterpret_cast<const void*>(ahead + 64));
 }

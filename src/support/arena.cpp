@@ -72,11 +72,7 @@ uint8_t* NewLargestBlock(Arena& arena) {
 // a new block can fail.
 uint8_t* Carve(Arena& arena, size_t size, size_t largestCarved = kArenaLargeRequest) {
     if (AllocationShouldFail()) throw std::bad_alloc();
-    if (arena.next && static_cast<size_t>(arena.end - arena.next) >= size) {
-        uint8_t* block = arena.next;
-        arena.next += size;
-        return block;
-    }
+    if (uint8_t* block = TakeRoom(arena.next, arena.end, size)) return block;
     if (size > largestCarved) {
 #if defined(__linux__)
         // A block of its own of megabytes (a script's source copy): a mapping at a 2 MiB boundary.
@@ -271,7 +267,8 @@ void FreeBlock(uint8_t* data, size_t size, bool mapped) {
 void* ScratchAllocateAny(Scratch& scratch, size_t size) {
     if (AllocationShouldFail()) throw std::bad_alloc();
     size = ArenaRecordSize(size);
-    while (!scratch.next || static_cast<size_t>(scratch.end - scratch.next) < size) {
+    uint8_t* record;
+    while (!(record = TakeRoom(scratch.next, scratch.end, size))) {
         // The next block of the chain (a block too small for this request is passed over), or a
         // new one at its end, doubling up to the largest block size.
         ScratchBlock* following = scratch.current ? scratch.current->next : scratch.first;
@@ -293,8 +290,6 @@ void* ScratchAllocateAny(Scratch& scratch, size_t size) {
         scratch.next = ScratchData(following);
         scratch.end = scratch.next + following->size;
     }
-    uint8_t* record = scratch.next;
-    scratch.next += size;
     return std::memset(record, 0, size);
 }
 

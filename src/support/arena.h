@@ -58,20 +58,37 @@ constexpr size_t kArenaExpectedLarge = kArenaLargestBlock / 2;
 // of a tree is; the ...Any routines do every case (and every request of the test build, which may
 // make any request fail).
 
+// The first `size` bytes of a block's free room [next, end), `next` moved past them, or null when
+// the room is shorter or there is no block yet. Every arena and the scratch carve through it.
+inline uint8_t* TakeRoom(uint8_t*& next, const uint8_t* end, size_t size) {
+    if (!next || static_cast<size_t>(end - next) < size) return nullptr;
+    uint8_t* taken = next;
+    next += size;
+    return taken;
+}
+
 // `size` zeroed bytes, aligned for any record. Throws std::bad_alloc with the arena unchanged
 // when a new block cannot be had.
 void* ArenaAllocateAny(Arena& arena, size_t size);
 inline void* ArenaAllocate(Arena& arena, size_t size) {
 #if !defined(VELTJS_FAULT_INJECTION)
     size_t rounded = ArenaRecordSize(size);
-    if (arena.next && static_cast<size_t>(arena.end - arena.next) >= rounded) {
-        uint8_t* record = arena.next;
-        arena.next += rounded;
-        return std::memset(record, 0, rounded);
-    }
+    if (uint8_t* record = TakeRoom(arena.next, arena.end, rounded)) return std::memset(record, 0, rounded);
 #endif
     return ArenaAllocateAny(arena, size);
 }
+// Copies the first and the last `Word` of `length` bytes (at least one word, at most two), which
+// between them cover all of them.
+template <typename Word>
+inline void CopyFirstAndLastWords(char* out, const char* in, size_t length) {
+    Word first;
+    Word last;
+    std::memcpy(&first, in, sizeof(Word));
+    std::memcpy(&last, in + length - sizeof(Word), sizeof(Word));
+    std::memcpy(out, &first, sizeof(Word));
+    std::memcpy(out + length - sizeof(Word), &last, sizeof(Word));
+}
+
 // Copies `length` bytes between blocks that do not overlap, writing none outside them. A token's
 // text or a name is a few bytes: up to 16 are moved a word or two at a time, without a call.
 inline void CopyBytes(void* to, const void* from, size_t length) {
@@ -80,19 +97,9 @@ inline void CopyBytes(void* to, const void* from, size_t length) {
     if (length > 16) {
         std::memcpy(out, in, length);
     } else if (length >= 8) {
-        uint64_t first;
-        uint64_t last;
-        std::memcpy(&first, in, 8);
-        std::memcpy(&last, in + length - 8, 8);
-        std::memcpy(out, &first, 8);
-        std::memcpy(out + length - 8, &last, 8);
+        CopyFirstAndLastWords<uint64_t>(out, in, length);
     } else if (length >= 4) {
-        uint32_t first;
-        uint32_t last;
-        std::memcpy(&first, in, 4);
-        std::memcpy(&last, in + length - 4, 4);
-        std::memcpy(out, &first, 4);
-        std::memcpy(out + length - 4, &last, 4);
+        CopyFirstAndLastWords<uint32_t>(out, in, length);
     } else {
         for (size_t at = 0; at < length; at++) out[at] = in[at];
     }
@@ -103,9 +110,7 @@ inline void CopyBytes(void* to, const void* from, size_t length) {
 char* ArenaCopyTextAny(Arena& arena, const char* text, size_t length);
 inline char* ArenaCopyText(Arena& arena, const char* text, size_t length) {
 #if !defined(VELTJS_FAULT_INJECTION)
-    if (arena.next && static_cast<size_t>(arena.end - arena.next) > length) {
-        char* copy = reinterpret_cast<char*>(arena.next);
-        arena.next += length + 1;
+    if (char* copy = reinterpret_cast<char*>(TakeRoom(arena.next, arena.end, length + 1))) {
         CopyBytes(copy, text, length);
         copy[length] = '\0';
         return copy;
@@ -186,11 +191,7 @@ void* ScratchAllocateAny(Scratch& scratch, size_t size);
 inline void* ScratchAllocate(Scratch& scratch, size_t size) {
 #if !defined(VELTJS_FAULT_INJECTION)
     size_t rounded = ArenaRecordSize(size);
-    if (scratch.next && static_cast<size_t>(scratch.end - scratch.next) >= rounded) {
-        uint8_t* record = scratch.next;
-        scratch.next += rounded;
-        return std::memset(record, 0, rounded);
-    }
+    if (uint8_t* record = TakeRoom(scratch.next, scratch.end, rounded)) return std::memset(record, 0, rounded);
 #endif
     return ScratchAllocateAny(scratch, size);
 }
