@@ -1,7 +1,9 @@
 // The compile driver: hoisting on the tree, the statement list, and var-name collection.
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "codegen/codegen.h"
@@ -86,6 +88,48 @@ TEST(Driver, DeclaringFunctionNamesCoversEveryFunctionUpToTheFirstStatement) {
     ASSERT_EQ(described.size(), 205u);
     EXPECT_EQ(Items(described.begin(), described.begin() + 5),
               (Items{"var late", "var late", "function last", "function late", "0"}));
+}
+
+TEST(Driver, ShortTopLevelStatementsReadAndStoreTheNamesTheyWrite) {
+    // Twelve thousand `vI = vJ + K;` (J at random up to I), in runs of short statements broken
+    // by long ones and by a short one between two long ones: the top-level loop looks ahead at
+    // the names of the runs, and each read and store must still name what the source says.
+    std::mt19937 random(77);
+    std::string source;
+    std::vector<std::string> expected;   // each variable patch's name, in code order
+    const std::string longStatement = "if (1) { " + [] {
+        std::string numbers;
+        for (int i = 0; i < 40; i++) numbers += "1; ";
+        return numbers;
+    }() + "}\n";
+    for (int i = 0; i < 12000; i++) {
+        if (i % 50 == 49) source += longStatement + "2;\n" + longStatement;
+        std::string stored = "v" + std::to_string(i);
+        std::string read = "v" + std::to_string(random() % static_cast<uint32_t>(i + 1));
+        source += stored + " = " + read + " + " + std::to_string(random() % 1000) + ";\n";
+        expected.push_back(read);
+        expected.push_back(stored);
+    }
+    CompileUnit* unit = ParseAndCompile(source);
+    ASSERT_NE(unit, nullptr);
+    ASSERT_EQ(unit->status, 0) << (unit->errorCount > 0 ? unit->errors[0] : "");
+    ASSERT_GE(unit->varCount, static_cast<int32_t>(expected.size()));
+    // The records before the script's own: the ones every first compile makes.
+    int32_t first = unit->varCount - static_cast<int32_t>(expected.size());
+    // Each name is interned once: a record holds its text's lowest index in the table.
+    std::unordered_map<std::string, uint32_t> lowest;
+    for (int32_t i = unit->nameCount - 1; i >= 0; i--) {
+        if (unit->names[i]) lowest[unit->names[i]] = static_cast<uint32_t>(i);
+    }
+    std::vector<std::string> seen;
+    for (int32_t i = first; i < unit->varCount; i++) {
+        uint32_t index = unit->vars[i]->nameIndex;
+        ASSERT_LT(static_cast<int32_t>(index), unit->nameCount) << i;
+        ASSERT_NE(unit->names[index], nullptr) << i;
+        seen.push_back(unit->names[index]);
+        ASSERT_EQ(lowest[seen.back()], index) << i << " " << seen.back();
+    }
+    EXPECT_EQ(seen, expected);
 }
 
 TEST(Driver, TwoFunctionsAtTopLevelAreOnlyReordered) {

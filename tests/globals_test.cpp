@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "codegen/context.h"
+#include "helpers/unit_report.h"
 #include "state/process_state.h"
 #include "veltjs.h"
 
@@ -97,6 +98,52 @@ TEST(NameTable, InterningIndexesANewNameWhereItsLookupEndedUnderGrowthAndHostPla
         ASSERT_LE(static_cast<uint64_t>(State().nameIndex.used) * 2, State().nameIndex.mask + 1) << step;
         const std::string& probe = (*texts)[random() % texts->size()];
         ASSERT_EQ(FindName(probe.c_str()), ScanForName(probe.c_str())) << "step " << step << " " << probe;
+    }
+}
+
+TEST(NameTable, AskingAheadForALookupsMemoryChangesNothing) {
+    VeltJS_Init();
+    // Every step asks on an index not made yet, on one that grows (so that an outgrown table is
+    // still being moved), on one that a host's placement left stale, and for texts held, never
+    // held, and held past an equal text.
+    const std::vector<std::string>* texts = &LastingTexts(3000, [](int i) { return "ahead" + std::to_string(i % 2500); });
+    auto snapshot = [] {
+        const NameIndex& index = State().nameIndex;
+        std::string bytes = DescribeTables();
+        bytes.append(reinterpret_cast<const char*>(&index), sizeof index);
+        if (index.slots) bytes.append(reinterpret_cast<const char*>(index.slots), (index.mask + 1) * sizeof(NameSlot));
+        if (index.previous) {
+            bytes.append(reinterpret_cast<const char*>(index.previous), (index.previousMask + 1) * sizeof(NameSlot));
+        }
+        return bytes;
+    };
+    auto askEveryStep = [&](const std::string& text) {
+        for (NameStep step : {kNameStepSlot, kNameStepEntry, kNameStepText}) PrefetchNameStep(TextHash(text.c_str()), step);
+    };
+    ASSERT_EQ(State().nameIndex.slots, nullptr);
+    bool sawGrowth = false;
+    for (size_t i = 0; i < texts->size(); i++) {
+        std::string before = snapshot();
+        askEveryStep((*texts)[i]);
+        askEveryStep((*texts)[(i * 7919) % texts->size()]);
+        askEveryStep("never" + std::to_string(i));
+        ASSERT_EQ(snapshot(), before) << i;
+        sawGrowth = sawGrowth || State().nameIndex.previous != nullptr;
+        if (i % 3 == 0) InternName((*texts)[i].c_str());
+        if (i % 500 == 250) {
+            // The index is behind the table now, until the next lookup; a step reads it as it stands.
+            VeltJS_AddName((*texts)[i].c_str(), static_cast<int32_t>(i / 4));
+            ASSERT_TRUE(State().nameIndex.stale);
+            std::string stale = snapshot();
+            askEveryStep((*texts)[i]);
+            askEveryStep((*texts)[i / 4]);
+            ASSERT_EQ(snapshot(), stale) << i;
+        }
+    }
+    EXPECT_TRUE(sawGrowth);
+    EXPECT_EQ(CheckTableConsistency(), "");
+    for (size_t i = 0; i < texts->size(); i += 37) {
+        EXPECT_EQ(FindName((*texts)[i].c_str()), ScanForName((*texts)[i].c_str())) << i;
     }
 }
 

@@ -193,6 +193,107 @@ void CollectVarNames(Node* list, std::vector<RefString*>& names) {
     }
 }
 
+namespace {
+
+// A look at the names of a statement ahead reads no more than this many of its nodes.
+constexpr int32_t kLookAheadNodes = 24;
+// A short statement's successor begins less than this far after it. The parser carves a
+// statement's nodes one after the other (`a = b + 1;` is six nodes, under 700 bytes with their
+// position and text records), so the nodes of a few short statements lie within a few of these.
+constexpr uintptr_t kShortStatementBytes = 1024;
+
+// The TextHash of each name of one statement ahead, for the steps of PrefetchNameStep after the first.
+struct StatementNames {
+    uint32_t hashes[kLookAheadNodes];
+    int32_t count;
+};
+
+bool IsShortStatement(const Node* statement) {
+    uintptr_t at = reinterpret_cast<uintptr_t>(statement);
+    uintptr_t next = reinterpret_cast<uintptr_t>(statement->next);
+    return next > at && next - at < kShortStatementBytes;
+}
+
+// The identifiers with a lasting text among the first kLookAheadNodes nodes of a short statement,
+// depth first; none for a function declaration, nor inside a function. Each name's slot is asked
+// for (kNameStepSlot). Reads the nodes and changes nothing.
+void TakeStatementNames(const Node* statement, StatementNames& names) {
+    names.count = 0;
+    if (!statement || statement->kind == LEX_FUNCTION || !IsShortStatement(statement)) return;
+    const Node* resume[kLookAheadNodes];
+    int32_t depth = 0;
+    const Node* node = statement;
+    for (int32_t seen = 0; node && seen < kLookAheadNodes; seen++) {
+        if (node->kind == LEX_ID && IsLastingText(node->text)) {
+            uint32_t hash = TextHash(node->text->text);
+            names.hashes[names.count++] = hash;
+            PrefetchNameStep(hash, kNameStepSlot);
+        }
+        if (node->first && node->kind != LEX_FUNCTION) {
+            if (node != statement) resume[depth++] = node->next;
+            node = node->first;
+        } else {
+            node = node != statement ? node->next : nullptr;
+        }
+        while (!node && depth > 0) node = resume[--depth];
+    }
+}
+
+void PrefetchNames(const StatementNames& names, NameStep step) {
+    for (int32_t i = 0; i < names.count; i++) PrefetchNameStep(names.hashes[i], step);
+}
+
+// The memory of the next short statements, which the next looks ahead will read.
+void PrefetchNodesAfter(const Node* statement) {
+    if (!statement) return;
+    uintptr_t at = reinterpret_cast<uintptr_t>(statement);
+    for (uintptr_t offset = 0; offset < 2 * kShortStatementBytes; offset += 64) {
+        __builtin_prefetch(reinterpret_cast<const void*>(at + offset));
+    }
+}
+
+const Node* Advance(const Node* node) { return node ? node->next : nullptr; }
+
+// A script of many short top-level statements (`a = b + 1;` a hundred thousand times) spends
+// most of its compile waiting for the name table: each name read is a lookup of one of thousands
+// of names, whose slot, entry and text the processor's caches no longer hold. Compiling such a
+// statement takes several times as long as a read from memory, so while the statements are short
+// the loop asks for the memory statements ahead: the nodes after the statement three on, then a
+// name's slot three on, its entry two on and its text one on, each once the one before has
+// arrived. Among long statements it looks at nothing ahead: their few lookups are a small part of
+// their compile, and even following the list three statements on would wait for memory that the
+// compile's own prefetches bring in time. Nothing ahead is changed, only read.
+void CompileTopLevelStatements(CodeGenContext& cx, Node* list) {
+    // The names of the statements three, two and one ahead, by turns.
+    StatementNames names[3] = {};
+    int32_t newest = 0;
+    const Node* ahead = nullptr;   // three statements on, while the statements are short
+    bool previousShort = false;
+    for (Node* node = list; node; node = node->next) {
+        bool isShort = IsShortStatement(node);
+        if (!isShort) {
+            ahead = nullptr;
+        } else if (ahead || previousShort) {
+            // A look ahead starts at the second short statement in a row: a short statement
+            // between long ones (a label before its loop) starts none.
+            if (!ahead) {
+                ahead = Advance(Advance(node));
+                for (StatementNames& taken : names) taken.count = 0;
+            }
+            ahead = Advance(ahead);
+            PrefetchNodesAfter(ahead);
+            newest = newest == 2 ? 0 : newest + 1;
+            TakeStatementNames(ahead, names[newest]);
+            PrefetchNames(names[newest == 0 ? 2 : newest - 1], kNameStepEntry);
+            PrefetchNames(names[newest == 2 ? 0 : newest + 1], kNameStepText);
+        }
+        previousShort = isShort;
+        CompileStatement(cx, node, 1);
+    }
+}
+
+}  // namespace
+
 void CompileStatements(CodeGenContext& cx, Node* list, int flag) {
     for (Node* node = list; node; node = node->next) CompileStatement(cx, node, flag);
 }
@@ -211,5 +312,5 @@ void CompileProgram(CodeGenContext& cx, Node* firstStatement) {
         throw;
     }
     for (RefString* name : names) ReleaseRefString(name);
-    CompileStatements(cx, head, 1);
+    CompileTopLevelStatements(cx, head);
 }

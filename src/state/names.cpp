@@ -165,6 +165,23 @@ void PrefetchName(uint32_t hash) {
     if (index.slots) __builtin_prefetch(&index.slots[hash & index.mask]);
 }
 
+void PrefetchNameStep(uint32_t hash, NameStep step) {
+    const NameIndex& index = State().nameIndex;
+    if (!index.slots) return;
+    const NameSlot& slot = index.slots[hash & index.mask];
+    if (step == kNameStepSlot) {
+        __builtin_prefetch(&slot);
+        return;
+    }
+    // Only the text's first slot is read: most texts are there, and a text that is not is merely
+    // not asked for.
+    if (slot.idPlusOne == 0 || slot.hash != hash) return;
+    int32_t id = IdOf(slot);
+    if (id >= NameArray.count) return;
+    if (step == kNameStepEntry) __builtin_prefetch(&NameArray.data[id]);
+    else __builtin_prefetch(NameArray.data[id]);
+}
+
 int32_t PushName(const char* text) { return PushName(HashedText{text, text ? TextHash(text) : 0}); }
 
 int32_t PushNewName(const HashedText& text, NameSlot* place) {
