@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <unordered_map>
+#include <vector>
 
 #include "helpers/compile_support.h"
 #include "state/process_state.h"
@@ -165,6 +167,38 @@ TEST(ObjectLiteral, AccessorsFollowInBucketOrderAfterThePlainProperties) {
     ASSERT_GE(c, 0);
     ASSERT_GE(a, 0);
     EXPECT_EQ(CallsOf(r.words, "@@NewObject@@"), (std::vector<uint32_t>{0xD902000Au}));
+}
+
+TEST(ObjectLiteral, EveryKeyOfALargeLiteralIsTheNameItsPropertyWrites) {
+    // Twenty thousand properties, keys new and repeated, with accessors among them: the literal's
+    // compile looks ahead at the keys of the properties after the one it compiles, and every
+    // plain property must still write its own key, at the key's lowest index.
+    std::string source = "x = {";
+    std::vector<std::string> keys;
+    for (int i = 0; i < 20000; i++) {
+        if (i % 1000 == 500) source += "get g" + std::to_string(i) + "() { return 1; }, ";
+        std::string key = i % 3 == 0 ? "k" + std::to_string(i % 700) : "key" + std::to_string(i);
+        source += key + ": " + std::to_string(i) + ", ";
+        keys.push_back(key);
+    }
+    source += "last: 0};";
+    keys.push_back("last");
+    CompileUnit* unit = ParseAndCompile(source);
+    ASSERT_NE(unit, nullptr);
+    ASSERT_EQ(unit->status, 0) << (unit->errorCount > 0 ? unit->errors[0] : "");
+    // The plain properties' keys, in order, then the twenty accessors' names.
+    ASSERT_EQ(unit->stringCount, static_cast<int32_t>(keys.size()) + 20);
+    std::unordered_map<std::string, uint32_t> lowest;
+    for (int32_t i = unit->nameCount - 1; i >= 0; i--) {
+        if (unit->names[i]) lowest[unit->names[i]] = static_cast<uint32_t>(i);
+    }
+    for (size_t i = 0; i < keys.size(); i++) {
+        uint32_t index = unit->strings[i]->nameIndex;
+        ASSERT_LT(static_cast<int32_t>(index), unit->nameCount) << i;
+        ASSERT_NE(unit->names[index], nullptr) << i;
+        ASSERT_EQ(std::string(unit->names[index]), keys[i]) << i;
+        ASSERT_EQ(lowest[keys[i]], index) << i;
+    }
 }
 
 TEST(ArrayLiteral, ElementsArePushedLastFirst) {
