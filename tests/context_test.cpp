@@ -296,6 +296,58 @@ TEST(Scopes, APoppedScopesRecordServesTheNextPushedScopeAsANewOne) {
     EXPECT_NE(DeclareLocal(t.cx, "v", 0, 0xFFFFFFFFu), nullptr);
 }
 
+TEST(Scopes, APoppedFunctionsVariableEntriesServeTheNextDeclarationsAndNothingElse) {
+    TestCompile t;
+    FunctionRecord outer{};
+    FunctionRecord inner{};
+    PushScope(t.cx, &outer);
+    VarEntry* a = DeclareLocal(t.cx, "a", 1, 0);
+    VarEntry* x = DeclareLocal(t.cx, "x", 0, 0xFFFFFFFFu);
+    uint32_t xSlot = x->slot;
+    ScopeRecord* scope = PushScope(t.cx, &inner);
+    VarEntry* c = DeclareLocal(t.cx, "c", 1, 0);
+    VarEntry* y = DeclareLocal(t.cx, "y", 0, 0xFFFFFFFFu);
+    VarEntry* s = DeclareSlot(t.cx, "s");
+    GiveBackVarEntries(t.cx, *scope);
+    PopScope(t.cx);
+    // The inner function's two variables wait for the next declarations; its slot stays in the
+    // compile's slot table, unchanged.
+    ASSERT_NE(t.cx.spareVarEntries, nullptr);
+    EXPECT_EQ(HashFindFirst(t.cx.slotTable, NameHash("s"))->value, s);
+    EXPECT_STREQ((*s->name)->text, "s");
+    // The outer function's next declarations take them, as new entries of their own.
+    VarEntry* w = DeclareLocal(t.cx, "w", 0, 7);
+    VarEntry* b = DeclareLocal(t.cx, "b", 1, 2);
+    EXPECT_TRUE((w == c && b == y) || (w == y && b == c));
+    EXPECT_EQ(t.cx.spareVarEntries, nullptr);
+    EXPECT_STREQ((*w->name)->text, "w");
+    EXPECT_EQ(w->kind, 0u);
+    EXPECT_EQ(w->slot, 7u);
+    EXPECT_STREQ((*b->name)->text, "b");
+    EXPECT_EQ(b->kind, 1u);
+    EXPECT_EQ(b->slot, 2u);
+    EXPECT_EQ((*b->name)->refs, 1u);
+    EXPECT_TRUE(IsLastingText(*b->name));
+    // The outer function's own entries are untouched, and every name finds its own.
+    EXPECT_STREQ((*a->name)->text, "a");
+    EXPECT_EQ(a->kind, 1u);
+    EXPECT_STREQ((*x->name)->text, "x");
+    EXPECT_EQ(x->slot, xSlot);
+    for (const char* name : {"a", "x", "w", "b"}) {
+        VarEntry* found = LookupName(t.cx, name, nullptr);
+        ASSERT_NE(found, nullptr) << name;
+        EXPECT_STREQ((*found->name)->text, name);
+    }
+    EXPECT_EQ(LookupName(t.cx, "c", nullptr), nullptr);
+    EXPECT_EQ(LookupName(t.cx, "y", nullptr), nullptr);
+    // A third declaration takes a new record.
+    VarEntry* z = DeclareLocal(t.cx, "z", 0, 1);
+    EXPECT_NE(z, a);
+    EXPECT_NE(z, x);
+    EXPECT_NE(z, w);
+    EXPECT_NE(z, b);
+}
+
 TEST(Scopes, LookupAloneChangesNoFlag) {
     TestCompile t;
     FunctionRecord outer{};

@@ -14,6 +14,7 @@
 #include "veltjs.h"
 
 struct Node;
+struct VarEntryRecord;
 
 // A doubly linked list of pointers (scopes, break and continue targets).
 struct ListNode {
@@ -113,6 +114,7 @@ struct CodeGenContext {
     BranchSite* spareSites;
     ListNode* spareListNodes;   // the scopes' and targets' lists' popped nodes (List::spare)
     ScopeRecord* spareScopes;   // popped scope records, for the next pushed scopes
+    VarEntryRecord* spareVarEntries;   // popped functions' variable entries (GiveBackVarEntries)
     // Where the compile's tables (scopes, labels, slots, an object literal's accessors) take
     // their entries.
     HashEntryPool tableEntries;
@@ -268,6 +270,10 @@ HashedText HashQualifiedName(const CodeGenContext& cx, const StringBuilder& writ
 ScopeRecord* PushScope(CodeGenContext& cx, FunctionRecord* function);
 // Unlinks the innermost scope and frees it; its FunctionRecord lives on.
 void PopScope(CodeGenContext& cx);
+// The entries of the scope's declared variables (not those of its slots, which the compile's slot
+// table keeps), for the next declarations: only a scope about to be popped, whose entries nothing
+// else holds, gives them back.
+void GiveBackVarEntries(CodeGenContext& cx, const ScopeRecord& scope);
 // Clears the tables of a scope that is no longer on the list and keeps its record for the next
 // pushed scope (scope records are the compile's scratch). Never allocates.
 void FreeScope(CodeGenContext& cx, ScopeRecord* scope);

@@ -163,6 +163,7 @@ void CleanUpContext(CodeGenContext& cx) {
     cx.spareSites = nullptr;
     cx.spareListNodes = nullptr;
     cx.spareScopes = nullptr;
+    cx.spareVarEntries = nullptr;
 }
 
 // Walks the statements depth first (skipping function bodies) without recursing on the host's

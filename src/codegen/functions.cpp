@@ -77,6 +77,7 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
     ListPop(cx.breakTargets);
 
     FillScopeRecord(cx, scope);
+    GiveBackVarEntries(cx, *scope);
     PopScope(cx);
 
     PlaceLabel(cx, endCompile);

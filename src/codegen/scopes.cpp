@@ -7,6 +7,17 @@
 #include <cstring>
 #include <new>
 
+// A variable entry with its name's handle and record, in one scratch record of the compile. The
+// entries of a function's variables are done with when its scope is popped (GiveBackVarEntries):
+// the next declarations take them again, so that a script of thousands of functions does not
+// hold every function's entries to the end of its compile.
+struct VarEntryRecord {
+    VarEntry entry;             // first: a VarEntry* of the record is the record's address
+    RefString* handle;
+    RefString name;
+    VarEntryRecord* nextSpare;  // while given back: the next of CodeGenContext::spareVarEntries
+};
+
 namespace {
 
 constexpr int32_t kScopeBuckets = 16;
@@ -15,17 +26,22 @@ ScopeRecord* ScopeOf(const ListNode* node) { return static_cast<ScopeRecord*>(no
 
 const char* VarEntryText(const VarEntry* entry) { return (*entry->name)->text; }
 
-VarEntry* NewVarEntry(const char* name, uint32_t kind, uint32_t slot) {
-    // The entry lives while the compile runs; its copy of the name is kept for the life of the
-    // process, as the name table may take it.
-    VarEntry* entry = static_cast<VarEntry*>(CompileRecord(sizeof(VarEntry)));
-    RefString** handle = static_cast<RefString**>(CompileRecord(sizeof(RefString*)));
+VarEntry* NewVarEntry(CodeGenContext& cx, const char* name, uint32_t kind, uint32_t slot) {
+    // The copy of the name is kept for the life of the process, as the name table may take it;
+    // it is made first, so that a failure takes no spare record.
     char* copy = KeepText(name ? name : "");
-    *handle = InitArenaRefString(CompileRecord(sizeof(RefString)), copy);
-    entry->name = handle;
-    entry->kind = kind;
-    entry->slot = slot;
-    return entry;
+    VarEntryRecord* record = cx.spareVarEntries;
+    if (record) {
+        cx.spareVarEntries = record->nextSpare;
+        record->nextSpare = nullptr;
+    } else {
+        record = static_cast<VarEntryRecord*>(CompileRecord(sizeof(VarEntryRecord)));
+    }
+    record->handle = InitArenaRefString(&record->name, copy);
+    record->entry.name = &record->handle;
+    record->entry.kind = kind;
+    record->entry.slot = slot;
+    return &record->entry;
 }
 
 uint32_t NextSlot() { return CodeGenState().slotCounter++; }
@@ -149,7 +165,7 @@ VarEntry* DeclareNodeLocal(CodeGenContext& cx, const Node* node, uint32_t kind, 
 VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t hash, uint32_t kind, uint32_t slot) {
     ScopeRecord* scope = ScopeOf(cx.scopes.last);
     if (VarEntry* existing = static_cast<VarEntry*>(FindValue(scope->vars, hash))) return existing;
-    VarEntry* entry = NewVarEntry(name, kind, slot == kUnsetSlot ? NextSlot() : slot);
+    VarEntry* entry = NewVarEntry(cx, name, kind, slot == kUnsetSlot ? NextSlot() : slot);
     HashInsertHashed(scope->vars, hash, entry);
     return entry;
 }
@@ -158,7 +174,7 @@ VarEntry* DeclareSlot(CodeGenContext& cx, const char* name) {
     ScopeRecord* scope = ScopeOf(cx.scopes.last);
     uint32_t hash = NameHash(name);
     if (VarEntry* existing = static_cast<VarEntry*>(FindValue(scope->slots, hash))) return existing;
-    VarEntry* entry = NewVarEntry(name, kVarEntryVariable, NextSlot());
+    VarEntry* entry = NewVarEntry(cx, name, kVarEntryVariable, NextSlot());
     HashInsertHashed(scope->slots, hash, entry);
     HashInsertHashed(cx.slotTable, hash, entry);
     return entry;
@@ -265,6 +281,17 @@ void FreeScope(CodeGenContext& cx, ScopeRecord* scope) {
     ClearHashTable(scope->extra);
     scope->nextSpare = cx.spareScopes;
     cx.spareScopes = scope;
+}
+
+void GiveBackVarEntries(CodeGenContext& cx, const ScopeRecord& scope) {
+    const HashTable& vars = scope.vars;
+    for (int32_t bucket = 0; vars.buckets && bucket <= vars.mask; bucket++) {
+        for (const HashEntry* entry = vars.buckets[bucket].first; entry; entry = entry->next) {
+            auto* record = static_cast<VarEntryRecord*>(entry->value);
+            record->nextSpare = cx.spareVarEntries;
+            cx.spareVarEntries = record;
+        }
+    }
 }
 
 void PopScope(CodeGenContext& cx) {
