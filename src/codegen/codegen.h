@@ -31,6 +31,8 @@ constexpr uint32_t kWordDupVarCallArg = 0x8605FF12u;
 
 // A node's text, or null when there is no node or no text.
 inline const char* TextOf(const Node* node) { return node && node->text ? node->text->text : nullptr; }
+// The node after `node` in its list; null after the last and for no node.
+inline const Node* NextOf(const Node* node) { return node ? node->next : nullptr; }
 
 // Instance selectors in the small field of variable reads and writes.
 enum InstanceSelector : int32_t {

@@ -215,6 +215,26 @@ uint32_t AddFuncAndPatch(CodeGenContext& cx, const char* name);
 // The same for a name already in the table at `nameIndex`.
 void AddFuncPatch(CodeGenContext& cx, uint32_t nameIndex);
 void AddStringAndPatch(CodeGenContext& cx, const char* text);
+
+// The names that the items (statements, properties) after the one being compiled will look up,
+// taken through PrefetchNameStep's steps one item apart, so that each lookup finds its memory
+// there: the names of the item three on are taken and their slots asked for, those of the item two
+// on are read for their entries, those of the next item for their held texts. Only reads and asks
+// for memory.
+constexpr int32_t kNamesPerItemAhead = 24;
+struct NamesAhead {
+    uint32_t hashes[3][kNamesPerItemAhead];   // the TextHash of each name, by item
+    int32_t counts[3];
+    int32_t newest;                           // the group of the item three on
+};
+// Before each item: the group of the item three on begins empty, and the two items before it take
+// their next steps.
+void StepNamesAhead(NamesAhead& ahead);
+// A name the item three on looks up: its slot is asked for. Past kNamesPerItemAhead, ignored.
+void AddNameAhead(NamesAhead& ahead, uint32_t hash);
+// Forgets every item's names: before the first item, and when the items ahead are no longer the
+// ones the loop will compile next.
+void ClearNamesAhead(NamesAhead& ahead);
 // Emits call (0xD9, .i, argument count) with the AddFuncAndPatch index of `name`, one of the
 // library's literal helper names ("@@This@@" and the like), whose id is remembered (lasting).
 void EmitCall(CodeGenContext& cx, const char* name, uint32_t argumentCount);

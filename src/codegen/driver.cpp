@@ -196,18 +196,10 @@ void CollectVarNames(Node* list, std::vector<RefString*>& names) {
 
 namespace {
 
-// A look at the names of a statement ahead reads no more than this many of its nodes.
-constexpr int32_t kLookAheadNodes = 24;
 // A short statement's successor begins less than this far after it. The parser carves a
 // statement's nodes one after the other (`a = b + 1;` is six nodes, under 700 bytes with their
 // position and text records), so the nodes of a few short statements lie within a few of these.
 constexpr uintptr_t kShortStatementBytes = 1024;
-
-// The TextHash of each name of one statement ahead, for the steps of PrefetchNameStep after the first.
-struct StatementNames {
-    uint32_t hashes[kLookAheadNodes];
-    int32_t count;
-};
 
 bool IsShortStatement(const Node* statement) {
     uintptr_t at = reinterpret_cast<uintptr_t>(statement);
@@ -215,21 +207,16 @@ bool IsShortStatement(const Node* statement) {
     return next > at && next - at < kShortStatementBytes;
 }
 
-// The identifiers with a lasting text among the first kLookAheadNodes nodes of a short statement,
-// depth first; none for a function declaration, nor inside a function. Each name's slot is asked
-// for (kNameStepSlot). Reads the nodes and changes nothing.
-void TakeStatementNames(const Node* statement, StatementNames& names) {
-    names.count = 0;
+// The identifiers with a lasting text among the first kNamesPerItemAhead nodes of a short
+// statement, depth first, for the look-ahead; none for a function declaration, nor inside a
+// function. Reads the nodes and changes nothing.
+void TakeStatementNames(const Node* statement, NamesAhead& ahead) {
     if (!statement || statement->kind == LEX_FUNCTION || !IsShortStatement(statement)) return;
-    const Node* resume[kLookAheadNodes];
+    const Node* resume[kNamesPerItemAhead];
     int32_t depth = 0;
     const Node* node = statement;
-    for (int32_t seen = 0; node && seen < kLookAheadNodes; seen++) {
-        if (node->kind == LEX_ID && IsLastingText(node->text)) {
-            uint32_t hash = TextHash(node->text->text);
-            names.hashes[names.count++] = hash;
-            PrefetchNameStep(hash, kNameStepSlot);
-        }
+    for (int32_t seen = 0; node && seen < kNamesPerItemAhead; seen++) {
+        if (node->kind == LEX_ID && IsLastingText(node->text)) AddNameAhead(ahead, TextHash(node->text->text));
         if (node->first && node->kind != LEX_FUNCTION) {
             if (node != statement) resume[depth++] = node->next;
             node = node->first;
@@ -238,10 +225,6 @@ void TakeStatementNames(const Node* statement, StatementNames& names) {
         }
         while (!node && depth > 0) node = resume[--depth];
     }
-}
-
-void PrefetchNames(const StatementNames& names, NameStep step) {
-    for (int32_t i = 0; i < names.count; i++) PrefetchNameStep(names.hashes[i], step);
 }
 
 // The memory of the next short statements, which the next looks ahead will read.
@@ -253,21 +236,17 @@ void PrefetchNodesAfter(const Node* statement) {
     }
 }
 
-const Node* Advance(const Node* node) { return node ? node->next : nullptr; }
-
 // A script of many short top-level statements (`a = b + 1;` a hundred thousand times) spends
 // most of its compile waiting for the name table: each name read is a lookup of one of thousands
 // of names, whose slot, entry and text the processor's caches no longer hold. Compiling such a
 // statement takes several times as long as a read from memory, so while the statements are short
-// the loop asks for the memory statements ahead: the nodes after the statement three on, then a
-// name's slot three on, its entry two on and its text one on, each once the one before has
-// arrived. Among long statements it looks at nothing ahead: their few lookups are a small part of
+// the loop looks ahead (NamesAhead), having asked for the nodes after the statement three on
+// first. Among long statements it looks at nothing ahead: their few lookups are a small part of
 // their compile, and even following the list three statements on would wait for memory that the
 // compile's own prefetches bring in time. Nothing ahead is changed, only read.
 void CompileTopLevelStatements(CodeGenContext& cx, Node* list) {
-    // The names of the statements three, two and one ahead, by turns.
-    StatementNames names[3] = {};
-    int32_t newest = 0;
+    NamesAhead names;
+    ClearNamesAhead(names);
     const Node* ahead = nullptr;   // three statements on, while the statements are short
     bool previousShort = false;
     for (Node* node = list; node; node = node->next) {
@@ -278,15 +257,13 @@ void CompileTopLevelStatements(CodeGenContext& cx, Node* list) {
             // A look ahead starts at the second short statement in a row: a short statement
             // between long ones (a label before its loop) starts none.
             if (!ahead) {
-                ahead = Advance(Advance(node));
-                for (StatementNames& taken : names) taken.count = 0;
+                ahead = NextOf(NextOf(node));
+                ClearNamesAhead(names);
             }
-            ahead = Advance(ahead);
+            ahead = NextOf(ahead);
             PrefetchNodesAfter(ahead);
-            newest = newest == 2 ? 0 : newest + 1;
-            TakeStatementNames(ahead, names[newest]);
-            PrefetchNames(names[newest == 0 ? 2 : newest - 1], kNameStepEntry);
-            PrefetchNames(names[newest == 2 ? 0 : newest + 1], kNameStepText);
+            StepNamesAhead(names);
+            TakeStatementNames(ahead, names);
         }
         previousShort = isShort;
         CompileStatement(cx, node, 1);

@@ -74,59 +74,29 @@ void CompileAccessorFunction(CodeGenContext& cx, Node* accessor, const char* pre
     CompileFunction(cx, accessor->first, AccessorFunctionName(prefix));
 }
 
-// The key a plain property's compile interns (AddStringAndPatch), with its TextHash; none for an
-// accessor, a key without text, or no property.
-bool PlainKeyHash(const Node* child, uint32_t* hash) {
-    if (!child || child->kind == LEX_GETTER || child->kind == LEX_SETTER) return false;
-    const char* key = TextOf(child);
-    if (!key) return false;
-    *hash = TextHash(key);
-    return true;
+// The key a plain property's compile interns (AddStringAndPatch), for the look-ahead; nothing
+// for an accessor, a key without text, or no property.
+void TakeKey(const Node* child, NamesAhead& ahead) {
+    if (!child || child->kind == LEX_GETTER || child->kind == LEX_SETTER) return;
+    if (const char* key = TextOf(child)) AddNameAhead(ahead, TextHash(key));
+}
+
+// One property on: the keys ahead take their next steps, and the key of `next` (three on from the
+// property about to be compiled) is taken.
+void LookAtNextKey(NamesAhead& keys, const Node*& next) {
+    StepNamesAhead(keys);
+    TakeKey(next, keys);
+    next = NextOf(next);
 }
 
 // A literal of thousands of properties interns thousands of keys, most of them names the
-// processor's caches no longer hold, each lookup three waits for memory. The keys of the
-// properties three, two and one on from the one being compiled are taken through the steps of
-// PrefetchNameStep, as the names of short top-level statements are (CompileTopLevelStatements).
-// One property on is as far as it pays: a property compiles in a fraction of a microsecond, and
-// asking further ahead measured slower. A small literal's keys are mostly names its script uses
-// again and again, which the caches hold: only a literal of kKeysAheadProperties or more looks
-// ahead (by its node's count of children).
+// processor's caches no longer hold, each lookup three waits for memory: it looks ahead at the
+// keys of the properties after the one it compiles (NamesAhead), as the loop over short top-level
+// statements does at their names. One property apart is as far as it pays: a property compiles in
+// a fraction of a microsecond, and asking further ahead measured slower. A small literal's keys
+// are mostly names its script uses again and again, which the caches hold: only a literal of
+// kKeysAheadProperties or more looks ahead (by its node's count of children).
 constexpr uint32_t kKeysAheadProperties = 64;
-
-struct KeysAhead {
-    static constexpr uint32_t kRing = 4;
-    uint32_t hashes[kRing];   // by the property's place modulo kRing
-    bool has[kRing];
-    const Node* next;         // the property whose key is taken next
-    uint32_t at;              // the place of the property being compiled
-};
-
-// The key of `keys.next`, at `place`, its slot asked for; `next` moves on.
-void TakeKey(KeysAhead& keys, uint32_t place) {
-    uint32_t i = place % KeysAhead::kRing;
-    keys.has[i] = PlainKeyHash(keys.next, &keys.hashes[i]);
-    if (keys.has[i]) PrefetchNameStep(keys.hashes[i], kNameStepSlot);
-    if (keys.next) keys.next = keys.next->next;
-}
-
-KeysAhead BeginKeysAhead(const Node* first) {
-    KeysAhead keys{};
-    keys.next = first;
-    for (uint32_t place = 0; place < 3; place++) TakeKey(keys, place);
-    return keys;
-}
-
-// Before each property: the key three on is taken, the one two on read for its entry, the one
-// next on for its text.
-void StepKeysAhead(KeysAhead& keys) {
-    uint32_t at = keys.at++;
-    TakeKey(keys, at + 3);
-    uint32_t entry = (at + 2) % KeysAhead::kRing;
-    if (keys.has[entry]) PrefetchNameStep(keys.hashes[entry], kNameStepEntry);
-    uint32_t text = (at + 1) % KeysAhead::kRing;
-    if (keys.has[text]) PrefetchNameStep(keys.hashes[text], kNameStepText);
-}
 
 }  // namespace
 
@@ -137,10 +107,15 @@ void CompileObjectLiteral(CodeGenContext& cx, Node* node) {
     HashTable accessors{};
     InitHashTable(accessors, kAccessorBuckets, &cx.tableEntries);
     bool lookAhead = node->count >= kKeysAheadProperties;
-    KeysAhead keys = lookAhead ? BeginKeysAhead(node->first) : KeysAhead{};
+    NamesAhead keys;   // read only while looking ahead
+    const Node* next = node->first;   // the property whose key is taken next
+    if (lookAhead) {
+        ClearNamesAhead(keys);
+        for (int32_t taken = 0; taken < 3; taken++) LookAtNextKey(keys, next);
+    }
     try {
         for (Node* child = node->first; child; child = child->next) {
-            if (lookAhead) StepKeysAhead(keys);
+            if (lookAhead) LookAtNextKey(keys, next);
             if (child->kind == LEX_GETTER || child->kind == LEX_SETTER) {
                 AddAccessor(accessors, child);
             } else {

@@ -136,3 +136,30 @@ FunctionRecord* NewFunctionRecord(uint32_t nameIndex, uint32_t declaredNameIndex
     record->flags = kInitialFunctionFlags;
     return record;
 }
+
+namespace {
+
+void StepGroup(const NamesAhead& ahead, int32_t group, NameStep step) {
+    for (int32_t i = 0; i < ahead.counts[group]; i++) PrefetchNameStep(ahead.hashes[group][i], step);
+}
+
+}  // namespace
+
+void StepNamesAhead(NamesAhead& ahead) {
+    ahead.newest = ahead.newest == 2 ? 0 : ahead.newest + 1;
+    ahead.counts[ahead.newest] = 0;
+    StepGroup(ahead, ahead.newest == 0 ? 2 : ahead.newest - 1, kNameStepEntry);
+    StepGroup(ahead, ahead.newest == 2 ? 0 : ahead.newest + 1, kNameStepText);
+}
+
+void AddNameAhead(NamesAhead& ahead, uint32_t hash) {
+    int32_t& count = ahead.counts[ahead.newest];
+    if (count == kNamesPerItemAhead) return;
+    ahead.hashes[ahead.newest][count++] = hash;
+    PrefetchNameStep(hash, kNameStepSlot);
+}
+
+void ClearNamesAhead(NamesAhead& ahead) {
+    for (int32_t& count : ahead.counts) count = 0;
+    ahead.newest = 0;
+}
