@@ -348,6 +348,38 @@ TEST(Scopes, APoppedFunctionsVariableEntriesServeTheNextDeclarationsAndNothingEl
     EXPECT_NE(z, b);
 }
 
+TEST(NamesAhead, EachItemsNamesTakeTheirStepsInTurnAndAGroupHoldsAtMostItsCapacity) {
+    TestCompile t;
+    for (const char* name : {"held0", "held1", "held2"}) InternName(name);
+    int32_t namesBefore = NameArray.count;
+    NamesAhead ahead;
+    ClearNamesAhead(ahead);
+    EXPECT_EQ(ahead.newest, 0);
+    // Three items: the first with more names than a group holds, the second with none.
+    StepNamesAhead(ahead);
+    int32_t first = ahead.newest;
+    for (int32_t i = 0; i < kNamesPerItemAhead + 5; i++) AddNameAhead(ahead, TextHash("held0"));
+    EXPECT_EQ(ahead.counts[first], kNamesPerItemAhead);
+    StepNamesAhead(ahead);
+    EXPECT_NE(ahead.newest, first);
+    EXPECT_EQ(ahead.counts[ahead.newest], 0);
+    EXPECT_EQ(ahead.counts[first], kNamesPerItemAhead);
+    StepNamesAhead(ahead);
+    AddNameAhead(ahead, TextHash("held1"));
+    AddNameAhead(ahead, TextHash("never"));
+    EXPECT_EQ(ahead.counts[ahead.newest], 2);
+    // The fourth item takes the first one's group, emptied.
+    StepNamesAhead(ahead);
+    EXPECT_EQ(ahead.newest, first);
+    EXPECT_EQ(ahead.counts[first], 0);
+    // Nothing was interned or changed on the way.
+    EXPECT_EQ(NameArray.count, namesBefore);
+    EXPECT_EQ(FindName("held1"), namesBefore - 2);
+    EXPECT_EQ(FindName("never"), -1);
+    ClearNamesAhead(ahead);
+    for (int32_t count : ahead.counts) EXPECT_EQ(count, 0);
+}
+
 TEST(Scopes, LookupAloneChangesNoFlag) {
     TestCompile t;
     FunctionRecord outer{};
