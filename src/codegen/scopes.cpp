@@ -83,7 +83,7 @@ uint32_t* NamePairs(CodeGenContext& cx, const HashTable& table) {
             offsets[taken] = batch.length;
             lengths[taken] = AppendQualifiedName(cx, name, batch);
             hashes[taken] = HashQualifiedName(cx, batch.text + offsets[taken], lengths[taken]).hash;
-            PrefetchName(hashes[taken++]);
+            PrefetchNameStep(hashes[taken++], kNameStepSlot);
         }
         if (taken == 0) return pairs;
         for (int32_t i = 0; i < taken; i++, used++) {
@@ -218,6 +218,8 @@ size_t AppendQualifiedName(CodeGenContext& cx, const char* name, StringBuilder& 
 
 const char* WriteQualifiedName(CodeGenContext& cx, const char* name, StringBuilder& out) {
     out.length = 0;
+    // AppendQualifiedName counts the NUL in the builder's length, for the next text of a batch;
+    // a written name's length is its text's alone (HashQualifiedName reads it so).
     out.length = static_cast<uint32_t>(AppendQualifiedName(cx, name, out));
     return out.text;
 }

@@ -160,11 +160,6 @@ int32_t FindNameOrPlace(const HashedText& text, NameSlot** place) {
     return -1;
 }
 
-void PrefetchName(uint32_t hash) {
-    const NameIndex& index = State().nameIndex;
-    if (index.slots) __builtin_prefetch(&index.slots[hash & index.mask]);
-}
-
 void PrefetchNameStep(uint32_t hash, NameStep step) {
     const NameIndex& index = State().nameIndex;
     if (!index.slots) return;

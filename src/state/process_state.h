@@ -205,14 +205,13 @@ int32_t FindNameOrPlace(const HashedText& text, NameSlot** place);
 // PushName of a text that FindNameOrPlace has just not found (nothing in between changed the
 // table or its index), indexed at the place it gave without looking the text up again.
 int32_t PushNewName(const HashedText& text, NameSlot* place);
-// Asks for the memory a lookup of a text with this TextHash reads first (its slot in the index),
-// so that a caller with several names to look up can have their waits overlap. Changes nothing.
-void PrefetchName(uint32_t hash);
-// The three waits of a lookup that finds its text, asked for one at a time, each once the one
-// before it has arrived: kNameStepSlot asks for the text's slot in the index, kNameStepEntry (which
-// reads that slot) for the name-table entry it points at, kNameStepText (which reads that entry)
-// for the held text that the lookup compares. A caller that looks ahead of its lookups takes each
-// text through the steps in order, some time apart. Changes nothing.
+// The three waits of a lookup of a text with this TextHash that finds it, asked for one at a time,
+// each once the one before it has arrived: kNameStepSlot asks for the text's slot in the index
+// (the first memory any lookup reads, so that a caller with several names to look up can have
+// their waits overlap), kNameStepEntry (which reads that slot) for the name-table entry it points
+// at, kNameStepText (which reads that entry) for the held text that the lookup compares. A caller
+// that looks ahead of its lookups takes each text through the steps in order, some time apart.
+// Changes nothing.
 enum NameStep : int32_t { kNameStepSlot, kNameStepEntry, kNameStepText };
 void PrefetchNameStep(uint32_t hash, NameStep step);
 // Appends the pointer itself (not a copy) and returns its index. Either it throws with nothing
