@@ -8,6 +8,7 @@
 
 #include "codegen/codegen.h"
 #include "helpers/compile_support.h"
+#include "parser/parser.h"
 
 namespace {
 
@@ -210,4 +211,113 @@ TEST(Driver, CollectVarNamesTakesEachNodesOwnNamesBeforeItsChildren) {
     EXPECT_EQ(names[0], outer->first->text);
     EXPECT_EQ(outer->first->text->refs, refsBefore + 1);
     for (RefString* name : names) ReleaseRefString(name);
+}
+
+namespace {
+
+std::vector<std::string> Texts(const std::vector<RefString*>& names) {
+    std::vector<std::string> texts;
+    for (RefString* name : names) texts.push_back(name->text);
+    return texts;
+}
+
+// What the hoisting walk of a parsed script's first compile takes: the statement places' walk
+// when it meets as many `var` nodes as the parser counted outside functions, else the whole walk.
+struct HoistedNames {
+    bool fromStatements;
+    Items names;
+};
+
+HoistedNames CollectBothWays(const char* source) {
+    CompileUnit* unit = VeltJS_Parse(source, "test.js", "main");
+    EXPECT_EQ(unit->status, 0) << source;
+    auto* parser = static_cast<Parser*>(unit->parser);
+    if (!parser) return {false, {}};
+    int64_t varNodes = ParsedVarNodesOutsideFunctions(parser);
+    EXPECT_GE(varNodes, 0) << source;
+    Node* list = parser->root.first;
+    std::vector<RefString*> whole;
+    CollectVarNames(list, whole);
+    // Each record's count before the walk, and how often the names take it.
+    std::unordered_map<RefString*, std::pair<uint32_t, uint32_t>> refs;
+    for (RefString* name : whole) {
+        refs[name].first = name->refs;
+        refs[name].second++;
+    }
+    std::vector<RefString*> statements;
+    bool met = CollectStatementVarNames(list, statements, static_cast<uint64_t>(varNodes));
+    if (met) {
+        // The very records, in the same order, each taken once more for every time it is named.
+        EXPECT_EQ(statements, whole) << source;
+    } else {
+        // Nothing taken, nothing kept.
+        EXPECT_TRUE(statements.empty()) << source;
+    }
+    for (const auto& [name, counts] : refs) EXPECT_EQ(name->refs, counts.first + (met ? counts.second : 0u)) << source;
+    for (RefString* name : statements) ReleaseRefString(name);
+    for (RefString* name : whole) ReleaseRefString(name);
+    return {met, Texts(whole)};
+}
+
+}  // namespace
+
+// The hoisting walk of a parsed tree enters only statement places when the parser's count of
+// `var` nodes outside functions shows that is where they all are: the names are then those of the
+// whole walk, in its order. A `var` statement inside an expression (an accessor's or an arrow
+// function's body) or an object literal's key `var` (whose value the whole walk takes as a name)
+// makes it decline, and the whole walk stands.
+TEST(Driver, TheStatementWalkTakesTheWholeWalksNamesOrDeclines) {
+    EnsureLibraryInitialised();
+    HoistedNames every = CollectBothWays(
+        "var a = 1, a2 = { k: 1, get: 2, v: function () { var inFunction; } };"
+        "if (c) { var b; } else var b2;"
+        "for (var i = 0; i < 2; i++) { var d; }"
+        "for (var k in o) { var e; }"
+        "while (x) { var w1; } do { var w2; } while (y); with (o) { var w3; }"
+        "switch (s) { case 1: var m; default: var n; }"
+        "try { var p; } catch (err) { var q; } finally { var r; }"
+        "outer: for (;;) { var s1; break outer; }"
+        "{ { var deep; } }"
+        "function f() { var inside; var o = { get v() { var inAccessor; return 1; } }; }"
+        "g(function () { var inExpression; }, x => x + 1);"
+        "var late = { get v() { return 1; } };");
+    EXPECT_TRUE(every.fromStatements);
+    EXPECT_EQ(every.names, (Items{"a", "a2", "b", "b2", "i", "d", "k", "e", "w1", "w2", "w3", "m", "n", "p", "q",
+                                  "r", "s1", "deep", "late"}));
+
+    HoistedNames none = CollectBothWays("x = 1; function f() { var inside; }");
+    EXPECT_TRUE(none.fromStatements);
+    EXPECT_TRUE(none.names.empty());
+
+    HoistedNames accessor = CollectBothWays("var o = { get v() { var hidden = 1; return hidden; } }; var after;");
+    EXPECT_FALSE(accessor.fromStatements);
+    EXPECT_EQ(accessor.names, (Items{"o", "hidden", "after"}));
+
+    HoistedNames arrow = CollectBothWays("g(x => { var arrowVar; }); var after;");
+    EXPECT_FALSE(arrow.fromStatements);
+    EXPECT_EQ(arrow.names, (Items{"arrowVar", "after"}));
+
+    // The nested function's `var` lies under both functions' nodes and is left out of the count once.
+    HoistedNames nested = CollectBothWays("function f() { function g() { var n1; } } var o = { get v() { var hidden; } };");
+    EXPECT_FALSE(nested.fromStatements);
+    EXPECT_EQ(nested.names, (Items{"o", "hidden"}));
+
+    // The key `var` is a `LEX_VAR` node whose child, the value, the whole walk takes as a name.
+    HoistedNames key = CollectBothWays("var o = { var: one }; var after;");
+    EXPECT_FALSE(key.fromStatements);
+    EXPECT_EQ(key.names, (Items{"o", "one", "after"}));
+}
+
+// A compile inserts `var` statements of its own into the tree, which the parser never counted:
+// from then on the count is unknown and every later compile of the tree walks it whole.
+TEST(Driver, ACompiledTreeNoLongerCountsItsVarNodes) {
+    EnsureLibraryInitialised();
+    CompileUnit* unit = VeltJS_Parse("var a; x = { get v() { var h; } }; function f() { var inside; }", "test.js", "main");
+    ASSERT_EQ(unit->status, 0);
+    auto* parser = static_cast<Parser*>(unit->parser);
+    ASSERT_NE(parser, nullptr);
+    EXPECT_EQ(ParsedVarNodesOutsideFunctions(parser), 2);
+    VeltJS_Compile(unit, 1);
+    ASSERT_EQ(unit->status, 0);
+    EXPECT_EQ(ParsedVarNodesOutsideFunctions(parser), -1);
 }

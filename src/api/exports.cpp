@@ -141,6 +141,10 @@ VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
         Parser* parser = static_cast<Parser*>(unit->parser);
         BeginCompile(cx, unit->scriptName, topLevel);
         if (parser) {
+            int64_t varNodes = ParsedVarNodesOutsideFunctions(parser);
+            cx.varNodesCounted = varNodes >= 0;
+            cx.parsedVarNodes = varNodes >= 0 ? static_cast<uint64_t>(varNodes) : 0;
+            parser->hoisted = true;
             ScratchExpect(State().compileScratch, static_cast<size_t>(parser->lexer->length) * kScratchBytesPerSourceByte);
             CompileProgram(cx, parser->root.first);
         }

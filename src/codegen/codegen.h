@@ -74,7 +74,18 @@ void CompileArrayLiteral(CodeGenContext& cx, Node* node);
 
 // Driver.
 void CompileProgram(CodeGenContext& cx, Node* firstStatement);
+// Appends the names of every `LEX_VAR` node in the list and below it, a `LEX_FUNCTION` node's
+// children excepted, each name taken once more: depth first, a node's own names before those
+// inside its children, then its successors'.
 void CollectVarNames(Node* list, std::vector<RefString*>& names);
+// The same names when the list's `LEX_VAR` nodes lie in statement places only: in the list itself,
+// in blocks and compound statements, never inside an expression (an accessor's or an arrow
+// function's body, an object literal's key `var`). Walks only those places, without entering a
+// `var` statement's initialisers or any other expression, and counts the `LEX_VAR` nodes it meets.
+// `varNodes` is the most the list can hold outside `LEX_FUNCTION` nodes' children; meeting that
+// many, it met them all, and the names are CollectVarNames's. Otherwise it appends nothing and
+// returns false.
+bool CollectStatementVarNames(Node* list, std::vector<RefString*>& names, uint64_t varNodes);
 void CompileStatements(CodeGenContext& cx, Node* list, int flag);
 
 // Functions and calls.

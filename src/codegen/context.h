@@ -94,6 +94,11 @@ struct CodeGenContext {
     int32_t typeCapacity;
     int32_t typeHighWater;
     uint8_t topLevel;
+    // Whether `parsedVarNodes` holds the parser's ParsedVarNodesOutsideFunctions for the tree
+    // (VeltJS_Compile of a tree no compile has hoisted); the hoisting walk then need not enter
+    // expressions (CollectStatementVarNames). A tree built any other way is walked whole.
+    bool varNodesCounted;
+    uint64_t parsedVarNodes;
     char* scriptName;
     List scopes;
     List breakTargets;

@@ -66,10 +66,12 @@ Node* HoistFunctions(Node* head) {
 // (Driver.TwoFunctionsWithoutTopLevelGetTwoVarsForTheFirst). HoistFunctions moved every function
 // declaration but `firstStatement` (the list's first before it) in front of that one, so none comes
 // after it and the walk ends there, not at the end of a script of thousands of statements.
-Node* DeclareFunctionNames(Node* head, const Node* firstStatement) {
+// `declared` counts the `var` statements made.
+Node* DeclareFunctionNames(Node* head, const Node* firstStatement, uint64_t& declared) {
     for (Node* node = head; node; node = node->next) {
         if (node->kind == LEX_FUNCTION && node != head && node->first) {
             head = InsertAsHead(head, MakeVarDeclaration(node->first->text, head->position));
+            declared++;
         }
         if (node == firstStatement) break;
     }
@@ -166,32 +168,75 @@ void CleanUpContext(CodeGenContext& cx) {
     cx.spareVarEntries = nullptr;
 }
 
-// Walks the statements depth first (skipping function bodies) without recursing on the host's
-// stack: each node's own `var` names, then those inside its children, then its successors.
-void CollectVarNames(Node* list, std::vector<RefString*>& names) {
+namespace {
+
+// Whether a node of this kind may have statements among its children: a block, a compound
+// statement, a clause of `try` or `switch`. (An object literal is `LEX_OBJECT`, never '{'.)
+bool MayHoldStatements(uint32_t kind) {
+    switch (kind) {
+        case '{':
+        case LEX_IF:
+        case LEX_DO:
+        case LEX_WHILE:
+        case LEX_WITH:
+        case LEX_FOR:
+        case LEX_TRY:
+        case LEX_CATCH:
+        case LEX_FINALLY:
+        case LEX_SWITCH:
+        case LEX_CASE:
+        case LEX_DEFAULT:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// Walks the list depth first without recursing on the host's stack: each `LEX_VAR` node's names,
+// then the nodes inside those of its children that `enter` admits, then its successors. Returns
+// how many `LEX_VAR` nodes it met.
+template <typename Enter>
+uint64_t TakeVarNames(Node* list, std::vector<RefString*>& names, Enter enter) {
+    uint64_t met = 0;
     std::vector<Node*> resume;
     Node* node = list;
     for (;;) {
         if (!node) {
-            if (resume.empty()) return;
+            if (resume.empty()) return met;
             node = resume.back();
             resume.pop_back();
             continue;
         }
         PrefetchNodesAhead(node, kLightWalkPrefetchDistance);
         if (node->kind == LEX_VAR) {
+            met++;
             for (Node* name = node->first; name; name = name->next) {
                 names.push_back(name->text);
                 RetainRefString(name->text);
             }
         }
-        if (node->kind != LEX_FUNCTION && node->first) {
+        if (node->first && enter(node->kind)) {
             resume.push_back(node->next);
             node = node->first;
         } else {
             node = node->next;
         }
     }
+}
+
+}  // namespace
+
+// Every node but a function's children.
+void CollectVarNames(Node* list, std::vector<RefString*>& names) {
+    TakeVarNames(list, names, [](uint32_t kind) { return kind != LEX_FUNCTION; });
+}
+
+bool CollectStatementVarNames(Node* list, std::vector<RefString*>& names, uint64_t varNodes) {
+    size_t start = names.size();
+    if (TakeVarNames(list, names, MayHoldStatements) == varNodes) return true;
+    for (size_t at = start; at < names.size(); at++) ReleaseRefString(names[at]);
+    names.resize(start);
+    return false;
 }
 
 namespace {
@@ -280,10 +325,13 @@ void CompileStatements(CodeGenContext& cx, Node* list, int flag) {
 void CompileProgram(CodeGenContext& cx, Node* firstStatement) {
     if (!firstStatement) return;
     Node* head = HoistFunctions(firstStatement);
-    if (!cx.topLevel) head = DeclareFunctionNames(head, firstStatement);
+    uint64_t declared = 0;
+    if (!cx.topLevel) head = DeclareFunctionNames(head, firstStatement, declared);
     std::vector<RefString*> names;
     try {
-        CollectVarNames(head, names);
+        if (!cx.varNodesCounted || !CollectStatementVarNames(head, names, cx.parsedVarNodes + declared)) {
+            CollectVarNames(head, names);
+        }
         for (RefString* name : names) head = InsertAsHead(head, MakeVarDeclaration(name, head->position));
     } catch (...) {
         for (RefString* name : names) ReleaseRefString(name);

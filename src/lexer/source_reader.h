@@ -43,6 +43,10 @@ struct Lexer {
     // last for it, without hashing or a table: by kind, for the kinds below kKindTextSlots (every
     // operator and keyword, and the characters that are tokens of their own code).
     RefString* kindTexts[kKindTextSlots];
+    // `LEX_VAR` nodes made from tokens (MakeTokenNode): every `var` statement's, and any that an
+    // expression makes of the keyword (an object literal's key `var`). The compile's hoisting walk
+    // takes it as the most `var` statements it can meet (ParsedVarNodesOutsideFunctions).
+    uint64_t varTokenNodes;
 };
 
 // Makes the lexer over a source copy that is padded with zero bytes, primes the two

@@ -68,6 +68,7 @@ Node* MakeNode(uint32_t kind, RefString* text, const SourcePosition* position) {
 }
 
 Node* MakeTokenNode(Lexer* lexer) {
+    if (lexer->tokenKind == LEX_VAR) lexer->varTokenNodes++;
     return MakeNodeIn(*lexer->nodes, static_cast<uint32_t>(lexer->tokenKind), *lexer->tokenText, &lexer->position);
 }
 

@@ -30,6 +30,12 @@ struct Parser {
     uint32_t operatorCount;
     uint32_t operatorCapacity;
     StackGuard guard;          // the recursion of this parse
+    // Function bodies being parsed, and the `LEX_VAR` token nodes (Lexer::varTokenNodes) made
+    // inside the outermost ones: every such node lies under a `LEX_FUNCTION` node.
+    uint32_t functionDepth;
+    uint64_t varTokenNodesInFunctions;
+    // Set by the first compile of the tree, which inserts `var` statements of its own.
+    bool hoisted;
 };
 
 // The parser record with its root '{' node (text "{").
@@ -53,4 +59,10 @@ Node* ParseUnary(Parser* parser);
 Node* ParseMemberCall(Parser* parser, bool inNew);
 Node* ParsePrimary(Parser* parser);
 void ParseBlock(Parser* parser, Node* parent);
+// A function's body block, appended to its `LEX_FUNCTION` node.
+void ParseFunctionBody(Parser* parser, Node* function);
+// The most `LEX_VAR` nodes the tree can hold outside the children of `LEX_FUNCTION` nodes: those
+// the parser made outside function bodies. -1 once a compile has hoisted declarations into the
+// tree, as its `var` statements are none of the parser's.
+int64_t ParsedVarNodesOutsideFunctions(const Parser* parser);
 void ParseParameters(Parser* parser, Node* function);

@@ -28,7 +28,7 @@ namespace {
         AppendChild(f, MakeCurrentNode(lexer, LEX_UNDEFINED));
     }
     ParseParameters(parser, f);
-    ParseBlock(parser, f);
+    ParseFunctionBody(parser, f);
     return f;
 }
 
@@ -319,6 +319,19 @@ void ParseParameters(Parser* parser, Node* function) {
         AppendChild(params, MakeTokenNode(lexer));
         MatchToken(lexer, LEX_ID);
     } while (MatchEitherToken(lexer, ',', ')') != ')');
+}
+
+void ParseFunctionBody(Parser* parser, Node* function) {
+    uint64_t before = parser->lexer->varTokenNodes;
+    parser->functionDepth++;
+    ParseBlock(parser, function);
+    // A failed parse leaves no tree, so the count need not survive an error.
+    if (--parser->functionDepth == 0) parser->varTokenNodesInFunctions += parser->lexer->varTokenNodes - before;
+}
+
+int64_t ParsedVarNodesOutsideFunctions(const Parser* parser) {
+    if (parser->hoisted) return -1;
+    return static_cast<int64_t>(parser->lexer->varTokenNodes - parser->varTokenNodesInFunctions);
 }
 
 // Block -> '{' Statement* '}'

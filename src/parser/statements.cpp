@@ -194,7 +194,7 @@ void ParseFunctionDeclaration(Parser* parser, Node* parent) {
     AppendChild(node, MakeTokenNode(lexer));
     MatchToken(lexer, LEX_ID);
     ParseParameters(parser, node);
-    ParseBlock(parser, node);
+    ParseFunctionBody(parser, node);
 }
 
 // ExpressionStatement -> Expression; LabelledStatement -> id ':' (the statement follows as a
