@@ -398,9 +398,10 @@ bool ScanPlainToken(Lexer* lexer) {
     const uint8_t* start = lexer->currentStart;
     const uint8_t* end = lexer->end;
     // The current character and the look-ahead are the two bytes at `start`, and nothing beyond
-    // them was read.
-    if (lexer->nextStart != start + 1 || lexer->readPtr != start + 2 || lexer->readPtr > end ||
-        lexer->current != start[0] || lexer->next != start[1]) {
+    // them was read: so where the last plain token stopped, else when the state shows it.
+    if (start != lexer->plainStop &&
+        (lexer->nextStart != start + 1 || lexer->readPtr != start + 2 || lexer->readPtr > end ||
+         lexer->current != start[0] || lexer->next != start[1])) {
         return false;
     }
     // Whitespace; `at + 1 < end` holds at the top of the loop.
@@ -493,6 +494,7 @@ bool ScanPlainToken(Lexer* lexer) {
     lexer->nextStart = after + 1;
     lexer->next = after[1];
     lexer->readPtr = after + 2;
+    lexer->plainStop = after;
     StoreToken(lexer, kind, text, length);
     return true;
 }

@@ -47,6 +47,10 @@ struct Lexer {
     // expression makes of the keyword (an object literal's key `var`). The compile's hoisting walk
     // takes it as the most `var` statements it can meet (ParsedVarNodesOutsideFunctions).
     uint64_t varTokenNodes;
+    // Where ScanPlainToken left the current character, the look-ahead being the byte after it; null
+    // before the first such token. Every step moves `currentStart` on, so while it is here nothing
+    // has stepped since, and the state is still the one ScanPlainToken set.
+    const uint8_t* plainStop;
 };
 
 // Makes the lexer over a source copy that is padded with zero bytes, primes the two
