@@ -2,6 +2,7 @@
 // Every test runs in a process of its own, so the process-wide tables start empty.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -895,4 +896,54 @@ TEST(FunctionRecords, WithoutRenamesASecondDefinitionReplacesTheFirst) {
     EXPECT_EQ(second->fourthCount, 1);
     EXPECT_NE(GlobalFunctionRecords.data[1], original);
     EXPECT_EQ(GlobalFunctionRecords.count, 3);
+}
+
+// A name declared in many functions pairs with its one id in each of their records, whether the
+// function finds the id remembered under the declaring node's text or interns the name itself:
+// names new to the table and known ones, parameters, `var`s and each function's `arguments`,
+// thousands of functions (so remembered ids are pushed out of the cache and taken again), and a
+// second script compiled after the first.
+TEST(Scopes, ANameDeclaredInManyFunctionsPairsWithItsOneIdInEveryRecord) {
+    EnsureLibraryInitialised();
+    for (int script = 0; script < 2; script++) {
+        std::string source;
+        std::vector<std::vector<std::string>> declared;
+        for (int i = 0; i < 3000; i++) {
+            std::string function = "fn" + std::to_string(script) + "_" + std::to_string(i);
+            std::vector<std::string> names{"p", "q" + std::to_string(i % 50), "common", "x" + std::to_string(i % 700),
+                                           "y" + std::to_string(script) + "_" + std::to_string(i), "arguments"};
+            source += "function " + function + "(" + names[0] + ", " + names[1] + ") { var " + names[2] + " = 1, " +
+                      names[3] + ", " + names[4] + "; " + names[3] + " = " + names[2] + "; }\n";
+            declared.push_back(names);
+        }
+        CompileUnit* unit = ParseAndCompile(source, true);
+        ASSERT_EQ(unit->status, 0);
+        FunctionRecord** records = unit->fourth;
+        int checked = 0;
+        for (int32_t r = 0; r < unit->fourthCount; r++) {
+            const FunctionRecord* record = records[r];
+            // The global scope's record has no name.
+            if (record->declaredNameIndex >= static_cast<uint32_t>(NameArray.count)) continue;
+            const char* function = static_cast<const char*>(NameArray.data[record->declaredNameIndex]);
+            if (std::strncmp(function, "fn", 2) != 0) continue;
+            int index = std::stoi(std::strchr(function, '_') + 1);
+            std::vector<std::string> expected = declared[static_cast<size_t>(index)];
+            std::vector<std::string> paired;
+            ASSERT_EQ(record->localCount, expected.size()) << function;
+            for (uint32_t i = 0; i < record->localCount; i++) {
+                ASSERT_LT(record->locals[i * 2], static_cast<uint32_t>(NameArray.count)) << function;
+                ASSERT_LT(record->locals[i * 2 + 1], static_cast<uint32_t>(NameArray.count)) << function;
+                const char* plain = static_cast<const char*>(NameArray.data[record->locals[i * 2 + 1]]);
+                EXPECT_EQ(static_cast<int32_t>(record->locals[i * 2 + 1]), NameIndex(plain)) << function << " " << plain;
+                EXPECT_STREQ(static_cast<const char*>(NameArray.data[record->locals[i * 2]]),
+                             (std::string(function) + "@" + plain).c_str());
+                paired.push_back(plain);
+            }
+            std::sort(paired.begin(), paired.end());
+            std::sort(expected.begin(), expected.end());
+            EXPECT_EQ(paired, expected) << function;
+            checked++;
+        }
+        EXPECT_EQ(checked, 3000);
+    }
 }

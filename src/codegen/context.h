@@ -274,8 +274,10 @@ VarEntry* UseName(CodeGenContext& cx, const char* name, int32_t* depth);
 VarEntry* UseName(CodeGenContext& cx, const char* name, uint32_t hash, int32_t* depth);
 
 VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t kind, uint32_t slot);
-// The same with the name's NameHash already taken.
-VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t hash, uint32_t kind, uint32_t slot);
+// The same with the name's NameHash already taken; `lasting`, when not null, is a lasting text of the
+// name (see LastingName), which the function record's name pairs look the name's id up by.
+VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t hash, uint32_t kind, uint32_t slot,
+                       const char* lasting = nullptr);
 // The same for the name a node spells (its text, hashed as NodeNameHash does).
 VarEntry* DeclareNodeLocal(CodeGenContext& cx, const Node* node, uint32_t kind, uint32_t slot);
 VarEntry* DeclareSlot(CodeGenContext& cx, const char* name);

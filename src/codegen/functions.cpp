@@ -66,7 +66,7 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
 
     ScopeRecord* scope = PushScope(cx, record);
     // The literal is lasting, as are the parameters' texts in the tree.
-    DeclareLocal(cx, "arguments", LastingNameHash("arguments"), kVarEntryVariable, kUnsetSlot);
+    DeclareLocal(cx, "arguments", LastingNameHash("arguments"), kVarEntryVariable, kUnsetSlot, "arguments");
     uint32_t slot = 0;
     for (Node* parameter = parameterList ? parameterList->first : nullptr; parameter; parameter = parameter->next) {
         DeclareNodeLocal(cx, parameter, kVarEntryParameter, slot++);

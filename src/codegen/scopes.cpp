@@ -15,6 +15,10 @@ struct VarEntryRecord {
     VarEntry entry;             // first: a VarEntry* of the record is the record's address
     RefString* handle;
     RefString name;
+    // A lasting text of the same name (the declaring node's, or one of the library's literal
+    // names), or null. The name's id is remembered under it (InternLastingName) across the
+    // functions that declare the name, where the entry's own copy is new with each declaration.
+    const char* lastingText;
     VarEntryRecord* nextSpare;  // while given back: the next of CodeGenContext::spareVarEntries
 };
 
@@ -26,7 +30,7 @@ ScopeRecord* ScopeOf(const ListNode* node) { return static_cast<ScopeRecord*>(no
 
 const char* VarEntryText(const VarEntry* entry) { return (*entry->name)->text; }
 
-VarEntry* NewVarEntry(CodeGenContext& cx, const char* name, uint32_t kind, uint32_t slot) {
+VarEntry* NewVarEntry(CodeGenContext& cx, const char* name, uint32_t kind, uint32_t slot, const char* lasting = nullptr) {
     // The copy of the name is kept for the life of the process, as the name table may take it;
     // it is made first, so that a failure takes no spare record.
     char* copy = KeepText(name ? name : "");
@@ -41,7 +45,23 @@ VarEntry* NewVarEntry(CodeGenContext& cx, const char* name, uint32_t kind, uint3
     record->entry.name = &record->handle;
     record->entry.kind = kind;
     record->entry.slot = slot;
+    record->lastingText = lasting;
     return &record->entry;
+}
+
+// InternLastingName of the entry's name. The copy the entry holds is what the table takes when the
+// name is new; the id, the same for any text of the name, is remembered under the entry's lasting
+// text, where the next function that declares the name finds it.
+int32_t InternVarEntryName(const VarEntry* var) {
+    const char* lasting = reinterpret_cast<const VarEntryRecord*>(var)->lastingText;
+    if (!lasting) return InternLastingName(VarEntryText(var));
+    if (const LastingName& known = LastingNameEntry(lasting); known.known & kKnownNameId) return known.id;
+    int32_t id = InternLastingName(VarEntryText(var));
+    // Taken again: the copy's own entry may have replaced it.
+    LastingName& entry = LastingNameEntry(lasting);
+    entry.id = id;
+    entry.known |= kKnownNameId;
+    return id;
 }
 
 uint32_t NextSlot() { return CodeGenState().slotCounter++; }
@@ -90,7 +110,7 @@ uint32_t* NamePairs(CodeGenContext& cx, const HashTable& table) {
             HashedText qualified{batch.text + offsets[i], hashes[i]};
             pairs[used * 2] = static_cast<uint32_t>(InternCopy(qualified, lengths[i]));
             // The entry's copy of its name is kept for the life of the process: lasting.
-            pairs[used * 2 + 1] = static_cast<uint32_t>(InternLastingName(VarEntryText(vars[i])));
+            pairs[used * 2 + 1] = static_cast<uint32_t>(InternVarEntryName(vars[i]));
         }
     }
 }
@@ -159,13 +179,14 @@ VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t kind, uint
 }
 
 VarEntry* DeclareNodeLocal(CodeGenContext& cx, const Node* node, uint32_t kind, uint32_t slot) {
-    return DeclareLocal(cx, node->text->text, NodeNameHash(node), kind, slot);
+    const char* text = node->text->text;
+    return DeclareLocal(cx, text, NodeNameHash(node), kind, slot, IsLastingText(node->text) ? text : nullptr);
 }
 
-VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t hash, uint32_t kind, uint32_t slot) {
+VarEntry* DeclareLocal(CodeGenContext& cx, const char* name, uint32_t hash, uint32_t kind, uint32_t slot, const char* lasting) {
     ScopeRecord* scope = ScopeOf(cx.scopes.last);
     if (VarEntry* existing = static_cast<VarEntry*>(FindValue(scope->vars, hash))) return existing;
-    VarEntry* entry = NewVarEntry(cx, name, kind, slot == kUnsetSlot ? NextSlot() : slot);
+    VarEntry* entry = NewVarEntry(cx, name, kind, slot == kUnsetSlot ? NextSlot() : slot, lasting);
     HashInsertHashed(scope->vars, hash, entry);
     return entry;
 }
