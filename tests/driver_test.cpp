@@ -221,6 +221,19 @@ std::vector<std::string> Texts(const std::vector<RefString*>& names) {
     return texts;
 }
 
+// The parser record of `source` through VeltJS_Parse (null, with a failure, when it did not parse).
+Parser* Parsed(const std::string& source) {
+    CompileUnit* unit = VeltJS_Parse(source.c_str(), "test.js", "main");
+    EXPECT_EQ(unit->status, 0) << source;
+    EXPECT_NE(unit->parser, nullptr) << source;
+    return static_cast<Parser*>(unit->parser);
+}
+
+// What VeltJS_Compile hands the hoisting of a tree no compile has hoisted into.
+ParsedTree TreeOf(const Parser* parser) {
+    return ParsedTree{parser->statements, parser->statementCount, static_cast<uint64_t>(ParsedVarNodesOutsideFunctions(parser))};
+}
+
 // What the hoisting walk of a parsed script's first compile takes: the statement places' walk
 // when it meets as many `var` nodes as the parser counted outside functions, else the whole walk.
 struct HoistedNames {
@@ -229,12 +242,9 @@ struct HoistedNames {
 };
 
 HoistedNames CollectBothWays(const char* source) {
-    CompileUnit* unit = VeltJS_Parse(source, "test.js", "main");
-    EXPECT_EQ(unit->status, 0) << source;
-    auto* parser = static_cast<Parser*>(unit->parser);
+    Parser* parser = Parsed(source);
     if (!parser) return {false, {}};
-    int64_t varNodes = ParsedVarNodesOutsideFunctions(parser);
-    EXPECT_GE(varNodes, 0) << source;
+    EXPECT_GE(ParsedVarNodesOutsideFunctions(parser), 0) << source;
     Node* list = parser->root.first;
     std::vector<RefString*> whole;
     CollectVarNames(list, whole);
@@ -245,7 +255,7 @@ HoistedNames CollectBothWays(const char* source) {
         refs[name].second++;
     }
     std::vector<RefString*> statements;
-    bool met = CollectStatementVarNames(list, statements, static_cast<uint64_t>(varNodes));
+    bool met = CollectStatementVarNames(TreeOf(parser), list, 0, statements);
     if (met) {
         // The very records, in the same order, each taken once more for every time it is named.
         EXPECT_EQ(statements, whole) << source;
@@ -313,11 +323,99 @@ TEST(Driver, TheStatementWalkTakesTheWholeWalksNamesOrDeclines) {
 TEST(Driver, ACompiledTreeNoLongerCountsItsVarNodes) {
     EnsureLibraryInitialised();
     CompileUnit* unit = VeltJS_Parse("var a; x = { get v() { var h; } }; function f() { var inside; }", "test.js", "main");
-    ASSERT_EQ(unit->status, 0);
     auto* parser = static_cast<Parser*>(unit->parser);
     ASSERT_NE(parser, nullptr);
     EXPECT_EQ(ParsedVarNodesOutsideFunctions(parser), 2);
     VeltJS_Compile(unit, 1);
     ASSERT_EQ(unit->status, 0);
     EXPECT_EQ(ParsedVarNodesOutsideFunctions(parser), -1);
+}
+
+namespace {
+
+// The list from its head: each node described, and whether every link agrees with its neighbour's.
+struct ListShape {
+    Items items;
+    bool linked;
+};
+
+ListShape ShapeOf(Node* head) {
+    ListShape shape{{}, head->prev == nullptr};
+    // A list of a test script is short: a longer one runs in a circle.
+    size_t steps = 0;
+    for (Node* node = head; node; node = node->next) {
+        if (++steps > 1000) return {{"(no end)"}, false};
+        if (node->next && node->next->prev != node) shape.linked = false;
+    }
+    shape.items = Describe(head);
+    return shape;
+}
+
+// The hoisted list of `source` compiled with `topLevel`, the hoisting read from the parser's array
+// (`fromArray`) or along the list.
+ListShape Hoisted(const std::string& source, uint8_t topLevel, bool fromArray) {
+    Parser* parser = Parsed(source);
+    if (!parser || !parser->root.first) return {{}, true};
+    EXPECT_EQ(parser->statements[0], parser->root.first);
+    ParsedTree tree = TreeOf(parser);
+    TestCompile t("main", topLevel);
+    if (fromArray) t.cx.parsed = &tree;
+    CompileProgram(t.cx, parser->root.first);
+    return ShapeOf(HeadOf(parser->root.first));
+}
+
+}  // namespace
+
+// The hoisting steps read a parsed tree's top-level statements from the parser's array: the list
+// they leave, with every link, the `var` statements they put in front and their order are those of
+// the steps that follow the list, with and without the top-level flag, whatever mix and order of
+// functions (the first statement one or not), `var`s, blocks, labels, empty statements, and
+// expressions whose `var`s send the names back to the whole walk.
+TEST(Driver, HoistingFromTheParsersArrayLeavesTheListTheWalkLeaves) {
+    EnsureLibraryInitialised();
+    const std::vector<std::string> pieces{
+        "function f#(a) { var inner#; }", "var v# = 1, w#;", "x# = 1;", "if (c) { var i#; } else { y# = 2; }",
+        "{ var b#; }", "l#: for (;;) { break l#; }", ";", "function g#() {}",
+        "o# = { get g() { var acc#; return 1; } };", "for (var k# in o) { var e#; }"};
+    std::mt19937 random(20261126);
+    for (int script = 0; script < 300; script++) {
+        std::string source;
+        int count = static_cast<int>(random() % 12);
+        for (int at = 0; at < count; at++) {
+            std::string piece = pieces[random() % pieces.size()];
+            for (size_t mark; (mark = piece.find('#')) != std::string::npos;) piece.replace(mark, 1, std::to_string(at));
+            source += piece + "\n";
+        }
+        for (uint8_t topLevel : {0, 1}) {
+            ListShape walked = Hoisted(source, topLevel, false);
+            ListShape read = Hoisted(source, topLevel, true);
+            EXPECT_EQ(read.items, walked.items) << source << "top level " << int{topLevel};
+            EXPECT_TRUE(walked.linked) << source;
+            EXPECT_TRUE(read.linked) << source;
+        }
+    }
+}
+
+// The `var` statements the hoisting put in front of the list are met first and counted with the
+// parser's: with them the walk still meets all there are.
+TEST(Driver, TheStatementWalkMeetsTheVarStatementsPutInFrontFirst) {
+    EnsureLibraryInitialised();
+    Parser* parser = Parsed("var a; if (c) { var b; } x = 1;");
+    ASSERT_NE(parser, nullptr);
+    ParsedTree tree = TreeOf(parser);
+    Node* list = parser->root.first;
+    Node* second = Var("g");
+    Node* first = Var("f");
+    first->next = second;
+    second->prev = first;
+    second->next = list;
+    std::vector<RefString*> names;
+    EXPECT_TRUE(CollectStatementVarNames(tree, first, 2, names));
+    EXPECT_EQ(Texts(names), (Items{"f", "g", "a", "b"}));
+    for (RefString* name : names) ReleaseRefString(name);
+    names.clear();
+    // With one more `var` node than it meets in the tree, the walk has not met them all.
+    ParsedTree more{tree.statements, tree.statementCount, tree.varNodes + 1};
+    EXPECT_FALSE(CollectStatementVarNames(more, first, 2, names));
+    EXPECT_TRUE(names.empty());
 }

@@ -108,7 +108,7 @@ VELTJS_API CompileUnit* VeltJS_Parse(const char* source, const char* fileName, c
         lexer = MakeLexer(sourceText, fileText, State().records, State().texts);
         ArenaExpect(State().records, static_cast<size_t>(lexer->length) * kTreeBytesPerSourceByte);
         Parser* parser = MakeParser(lexer);
-        while (lexer->tokenKind != LEX_EOF) ParseStatement(parser, &parser->root);
+        while (lexer->tokenKind != LEX_EOF) ParseTopLevelStatement(parser);
         unit->parser = parser;
     } catch (const CompileException& exception) {
         State().lastError = exception.location;
@@ -130,6 +130,7 @@ VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
     if (!unit) return unit;
     unit->status = 0;
     CodeGenContext cx{};
+    ParsedTree parsed{};
     int32_t functionsBefore = GlobalFuncList.count;
     int32_t varsBefore = GlobalVarList.count;
     int32_t stringsBefore = GlobalStringList.count;
@@ -142,11 +143,15 @@ VELTJS_API CompileUnit* VeltJS_Compile(CompileUnit* unit, uint8_t topLevel) {
         BeginCompile(cx, unit->scriptName, topLevel);
         if (parser) {
             int64_t varNodes = ParsedVarNodesOutsideFunctions(parser);
-            cx.varNodesCounted = varNodes >= 0;
-            cx.parsedVarNodes = varNodes >= 0 ? static_cast<uint64_t>(varNodes) : 0;
+            if (varNodes >= 0) {
+                parsed = ParsedTree{parser->statements, parser->statementCount, static_cast<uint64_t>(varNodes)};
+                cx.parsed = &parsed;
+            }
             parser->hoisted = true;
             ScratchExpect(State().compileScratch, static_cast<size_t>(parser->lexer->length) * kScratchBytesPerSourceByte);
             CompileProgram(cx, parser->root.first);
+            // Only the first compile reads the statements' array.
+            ReleaseParsedStatements(parser);
         }
         VMBuffer* code = nullptr;
         VMBuffer* code2 = nullptr;

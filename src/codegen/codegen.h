@@ -78,14 +78,16 @@ void CompileProgram(CodeGenContext& cx, Node* firstStatement);
 // children excepted, each name taken once more: depth first, a node's own names before those
 // inside its children, then its successors'.
 void CollectVarNames(Node* list, std::vector<RefString*>& names);
-// The same names when the list's `LEX_VAR` nodes lie in statement places only: in the list itself,
-// in blocks and compound statements, never inside an expression (an accessor's or an arrow
-// function's body, an object literal's key `var`). Walks only those places, without entering a
-// `var` statement's initialisers or any other expression, and counts the `LEX_VAR` nodes it meets.
-// `varNodes` is the most the list can hold outside `LEX_FUNCTION` nodes' children; meeting that
-// many, it met them all, and the names are CollectVarNames's. Otherwise it appends nothing and
-// returns false.
-bool CollectStatementVarNames(Node* list, std::vector<RefString*>& names, uint64_t varNodes);
+// CollectVarNames of the list CompileProgram hoisted from a parsed tree (`head`, with the `declared`
+// `var` statements it put in front of the hoisted functions), when its `LEX_VAR` nodes lie in
+// statement places only: in the list itself, in blocks and compound statements, never inside an
+// expression (an accessor's or an arrow function's body, an object literal's key `var`). Reads
+// the top-level statements from the tree's array and walks only those places, without entering a
+// `var` statement's initialisers or any other expression, counting the `LEX_VAR` nodes it meets.
+// The tree's `varNodes` and the `declared` are the most the list can hold outside `LEX_FUNCTION`
+// nodes' children; meeting that many, it met them all, and the names are CollectVarNames's.
+// Otherwise it appends nothing and returns false.
+bool CollectStatementVarNames(const ParsedTree& tree, Node* head, uint64_t declared, std::vector<RefString*>& names);
 void CompileStatements(CodeGenContext& cx, Node* list, int flag);
 
 // Functions and calls.

@@ -16,6 +16,15 @@
 struct Node;
 struct VarEntryRecord;
 
+// A parsed tree's top-level statements in order (`Parser::statements`), as its root's list holds
+// them, and the most `LEX_VAR` nodes it holds outside functions' children
+// (ParsedVarNodesOutsideFunctions).
+struct ParsedTree {
+    Node* const* statements;
+    size_t statementCount;
+    uint64_t varNodes;
+};
+
 // A doubly linked list of pointers (scopes, break and continue targets).
 struct ListNode {
     ListNode* prev;
@@ -94,11 +103,11 @@ struct CodeGenContext {
     int32_t typeCapacity;
     int32_t typeHighWater;
     uint8_t topLevel;
-    // Whether `parsedVarNodes` holds the parser's ParsedVarNodesOutsideFunctions for the tree
-    // (VeltJS_Compile of a tree no compile has hoisted); the hoisting walk then need not enter
-    // expressions (CollectStatementVarNames). A tree built any other way is walked whole.
-    bool varNodesCounted;
-    uint64_t parsedVarNodes;
+    // What the parser knew of the tree when no compile has hoisted into it yet (VeltJS_Compile):
+    // the hoisting steps then read the top-level statements from its array and take the `var`
+    // names from statement places only (CollectStatementVarNames). Null for a tree built any
+    // other way, whose list is walked.
+    const ParsedTree* parsed;
     char* scriptName;
     List scopes;
     List breakTargets;

@@ -78,6 +78,60 @@ Node* DeclareFunctionNames(Node* head, const Node* firstStatement, uint64_t& dec
     return head;
 }
 
+// How many statements on from the one at hand a walk of the parser's array asks for: a large
+// script's top-level statements lie kilobytes apart, so each is a wait for memory otherwise.
+constexpr size_t kStatementsAhead = 8;
+
+void PrefetchStatementAhead(const ParsedTree& tree, size_t at) {
+    if (at + kStatementsAhead < tree.statementCount) PrefetchNodesAhead(tree.statements[at + kStatementsAhead], 0);
+}
+
+// HoistFunctions over the parser's array: the same list with the same links (the functions after
+// the first statement in front, the last of them first, then the first statement and the others
+// in order), the links of the statements that stay written only where they change. `hoisted`
+// receives the functions it moved, in source order.
+Node* HoistFunctions(const ParsedTree& tree, std::vector<Node*>& hoisted) {
+    Node* first = tree.statements[0];
+    Node* head = first;
+    Node* kept = first;
+    for (size_t at = 1; at < tree.statementCount; at++) {
+        PrefetchStatementAhead(tree, at);
+        Node* node = tree.statements[at];
+        if (node->kind == LEX_FUNCTION) {
+            hoisted.push_back(node);
+            node->prev = nullptr;
+            node->next = head;
+            head->prev = node;
+            head = node;
+        } else {
+            if (kept->next != node) kept->next = node;
+            if (node->prev != kept) node->prev = kept;
+            kept = node;
+        }
+    }
+    if (kept->next) kept->next = nullptr;
+    return head;
+}
+
+// DeclareFunctionNames after HoistFunctions(tree, hoisted), from what it moved: the list from the
+// head to `firstStatement` is those functions, the last first, then `firstStatement`. The head
+// gets no `var`, and `firstStatement`, when a function, gets one once any function is in front of
+// it.
+Node* DeclareFunctionNames(Node* head, const std::vector<Node*>& hoisted, Node* firstStatement, uint64_t& declared) {
+    if (hoisted.empty()) return head;
+    for (size_t at = hoisted.size() - 1; at-- > 0;) {
+        Node* node = hoisted[at];
+        if (!node->first) continue;
+        head = InsertAsHead(head, MakeVarDeclaration(node->first->text, head->position));
+        declared++;
+    }
+    if (firstStatement->kind == LEX_FUNCTION && firstStatement->first) {
+        head = InsertAsHead(head, MakeVarDeclaration(firstStatement->first->text, head->position));
+        declared++;
+    }
+    return head;
+}
+
 }  // namespace
 
 void BeginCompile(CodeGenContext& cx, const char* scriptName, uint8_t topLevel) {
@@ -192,6 +246,14 @@ bool MayHoldStatements(uint32_t kind) {
     }
 }
 
+// The names a `LEX_VAR` node declares, each taken once more.
+void TakeNames(const Node* declaration, std::vector<RefString*>& names) {
+    for (Node* name = declaration->first; name; name = name->next) {
+        names.push_back(name->text);
+        RetainRefString(name->text);
+    }
+}
+
 // Walks the list depth first without recursing on the host's stack: each `LEX_VAR` node's names,
 // then the nodes inside those of its children that `enter` admits, then its successors. Returns
 // how many `LEX_VAR` nodes it met.
@@ -210,10 +272,7 @@ uint64_t TakeVarNames(Node* list, std::vector<RefString*>& names, Enter enter) {
         PrefetchNodesAhead(node, kLightWalkPrefetchDistance);
         if (node->kind == LEX_VAR) {
             met++;
-            for (Node* name = node->first; name; name = name->next) {
-                names.push_back(name->text);
-                RetainRefString(name->text);
-            }
+            TakeNames(node, names);
         }
         if (node->first && enter(node->kind)) {
             resume.push_back(node->next);
@@ -231,9 +290,27 @@ void CollectVarNames(Node* list, std::vector<RefString*>& names) {
     TakeVarNames(list, names, [](uint32_t kind) { return kind != LEX_FUNCTION; });
 }
 
-bool CollectStatementVarNames(Node* list, std::vector<RefString*>& names, uint64_t varNodes) {
+bool CollectStatementVarNames(const ParsedTree& tree, Node* head, uint64_t declared, std::vector<RefString*>& names) {
     size_t start = names.size();
-    if (TakeVarNames(list, names, MayHoldStatements) == varNodes) return true;
+    // The `var` statements the hoisting put in front, then the statements in their order: the
+    // walk of the hoisted list meets them so, and enters none of the hoisted functions.
+    uint64_t met = 0;
+    Node* node = head;
+    for (uint64_t at = 0; at < declared && node; at++, node = node->next) {
+        met++;
+        TakeNames(node, names);
+    }
+    for (size_t at = 0; at < tree.statementCount; at++) {
+        PrefetchStatementAhead(tree, at);
+        Node* statement = tree.statements[at];
+        if (statement->kind == LEX_VAR) {
+            met++;
+            TakeNames(statement, names);
+        } else if (statement->first && MayHoldStatements(statement->kind)) {
+            met += TakeVarNames(statement->first, names, MayHoldStatements);
+        }
+    }
+    if (met == tree.varNodes + declared) return true;
     for (size_t at = start; at < names.size(); at++) ReleaseRefString(names[at]);
     names.resize(start);
     return false;
@@ -324,14 +401,17 @@ void CompileStatements(CodeGenContext& cx, Node* list, int flag) {
 // Hoisted: var declarations (reverse collection order), functions (reverse source order), the rest.
 void CompileProgram(CodeGenContext& cx, Node* firstStatement) {
     if (!firstStatement) return;
-    Node* head = HoistFunctions(firstStatement);
+    // The parser's array, when it is this list's.
+    const ParsedTree* tree = cx.parsed && cx.parsed->statementCount > 0 && cx.parsed->statements[0] == firstStatement ? cx.parsed : nullptr;
+    std::vector<Node*> hoisted;
+    Node* head = tree ? HoistFunctions(*tree, hoisted) : HoistFunctions(firstStatement);
     uint64_t declared = 0;
-    if (!cx.topLevel) head = DeclareFunctionNames(head, firstStatement, declared);
+    if (!cx.topLevel) {
+        head = tree ? DeclareFunctionNames(head, hoisted, firstStatement, declared) : DeclareFunctionNames(head, firstStatement, declared);
+    }
     std::vector<RefString*> names;
     try {
-        if (!cx.varNodesCounted || !CollectStatementVarNames(head, names, cx.parsedVarNodes + declared)) {
-            CollectVarNames(head, names);
-        }
+        if (!tree || !CollectStatementVarNames(*tree, head, declared, names)) CollectVarNames(head, names);
         for (RefString* name : names) head = InsertAsHead(head, MakeVarDeclaration(name, head->position));
     } catch (...) {
         for (RefString* name : names) ReleaseRefString(name);

@@ -74,23 +74,13 @@ int32_t LevelOf(const Parser* parser, int32_t kind) {
     }
 }
 
-template <typename T>
-void GrowParserStack(T*& items, uint32_t& capacity) {
-    uint32_t grown = capacity < 16 ? 16 : capacity * 2;
-    T* bigger = static_cast<T*>(CheckedMalloc(sizeof(T) * grown));
-    if (items) std::memcpy(bigger, items, sizeof(T) * capacity);
-    std::free(items);
-    items = bigger;
-    capacity = grown;
-}
-
 void PushOperand(Parser* parser, Node* node) {
-    if (parser->operandCount == parser->operandCapacity) GrowParserStack(parser->operands, parser->operandCapacity);
+    if (parser->operandCount == parser->operandCapacity) GrowParserArray(parser->operands, parser->operandCapacity);
     parser->operands[parser->operandCount++] = node;
 }
 
 void PushOperator(Parser* parser, Node* node, int32_t level) {
-    if (parser->operatorCount == parser->operatorCapacity) GrowParserStack(parser->operators, parser->operatorCapacity);
+    if (parser->operatorCount == parser->operatorCapacity) GrowParserArray(parser->operators, parser->operatorCapacity);
     parser->operators[parser->operatorCount++] = PendingOperator{node, level, 2};
 }
 

@@ -2,10 +2,14 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
 
 #include "lexer/source_reader.h"
 #include "parser/node.h"
 #include "support/stack_guard.h"
+#include "support/strings.h"
 
 constexpr uint32_t kParserNoIn = 1;
 
@@ -36,12 +40,33 @@ struct Parser {
     uint64_t varTokenNodesInFunctions;
     // Set by the first compile of the tree, which inserts `var` statements of its own.
     bool hoisted;
+    // The top-level statements in order, as the root's list holds them until a compile hoists
+    // declarations: the compile's hoisting steps read them from here instead of following the
+    // list's links from statement to statement, one wait for memory each in a large script.
+    Node** statements;
+    uint32_t statementCount;
+    uint32_t statementCapacity;
 };
+
+// A work array of the parser, twice as large (16 entries at first); throws when there is no memory,
+// with the array unchanged.
+template <typename T>
+void GrowParserArray(T*& items, uint32_t& capacity) {
+    if (capacity > UINT32_MAX / 2) throw std::bad_alloc();
+    uint32_t grown = capacity < 16 ? 16 : capacity * 2;
+    T* bigger = static_cast<T*>(CheckedMalloc(sizeof(T) * grown));
+    if (items) std::memcpy(bigger, items, sizeof(T) * capacity);
+    std::free(items);
+    items = bigger;
+    capacity = grown;
+}
 
 // The parser record with its root '{' node (text "{").
 Parser* MakeParser(Lexer* lexer);
 
 void ParseStatement(Parser* parser, Node* parent);
+// One top-level statement, appended to the root block and to `Parser::statements`.
+void ParseTopLevelStatement(Parser* parser);
 Node* ParseExpression(Parser* parser);
 Node* ParseAssignment(Parser* parser);
 Node* ParseConditional(Parser* parser);
@@ -65,4 +90,6 @@ void ParseFunctionBody(Parser* parser, Node* function);
 // the parser made outside function bodies. -1 once a compile has hoisted declarations into the
 // tree, as its `var` statements are none of the parser's.
 int64_t ParsedVarNodesOutsideFunctions(const Parser* parser);
+// Frees `statements` (the tree's list is all there is once a compile has hoisted into it).
+void ReleaseParsedStatements(Parser* parser);
 void ParseParameters(Parser* parser, Node* function);

@@ -329,11 +329,6 @@ void ParseFunctionBody(Parser* parser, Node* function) {
     if (--parser->functionDepth == 0) parser->varTokenNodesInFunctions += parser->lexer->varTokenNodes - before;
 }
 
-int64_t ParsedVarNodesOutsideFunctions(const Parser* parser) {
-    if (parser->hoisted) return -1;
-    return static_cast<int64_t>(parser->lexer->varTokenNodes - parser->varTokenNodesInFunctions);
-}
-
 // Block -> '{' Statement* '}'
 void ParseBlock(Parser* parser, Node* parent) {
     Lexer* lexer = parser->lexer;

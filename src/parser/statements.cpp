@@ -214,6 +214,26 @@ void ParseExpressionOrLabel(Parser* parser, Node* parent) {
 
 }  // namespace
 
+void ParseTopLevelStatement(Parser* parser) {
+    Node* last = parser->root.last;
+    ParseStatement(parser, &parser->root);
+    for (Node* node = last ? last->next : parser->root.first; node; node = node->next) {
+        if (parser->statementCount == parser->statementCapacity) GrowParserArray(parser->statements, parser->statementCapacity);
+        parser->statements[parser->statementCount++] = node;
+    }
+}
+
+void ReleaseParsedStatements(Parser* parser) {
+    std::free(parser->statements);
+    parser->statements = nullptr;
+    parser->statementCount = parser->statementCapacity = 0;
+}
+
+int64_t ParsedVarNodesOutsideFunctions(const Parser* parser) {
+    if (parser->hoisted) return -1;
+    return static_cast<int64_t>(parser->lexer->varTokenNodes - parser->varTokenNodesInFunctions);
+}
+
 // Statement -> Block | If | Do | While | For | Break | Continue | Return | Var | With | Try
 //            | Throw | Switch | FunctionDeclaration | ';' | ExpressionStatement | Label, [';']
 void ParseStatement(Parser* parser, Node* parent) {
