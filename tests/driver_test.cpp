@@ -419,3 +419,37 @@ TEST(Driver, TheStatementWalkMeetsTheVarStatementsPutInFrontFirst) {
     EXPECT_FALSE(CollectStatementVarNames(more, first, 2, names));
     EXPECT_TRUE(names.empty());
 }
+
+// A run of `var` statements looks ahead at the names it will declare (the nodes, the texts, the
+// global scope's slots): thousands of hoisted ones for a script's functions, then thousands
+// written in the source. Every declaration still names its own variable, once each, at the
+// name's lowest index.
+TEST(Driver, ARunOfVarStatementsDeclaresEachNameItLooksAheadAt) {
+    constexpr int kFunctions = 2000;
+    constexpr int kVars = 2000;
+    std::string source;
+    for (int i = 0; i < kFunctions; i++) source += "function f" + std::to_string(i) + "() {}\n";
+    for (int i = 0; i < kVars; i++) source += "var w" + std::to_string(i) + ";\n";
+    CompileUnit* unit = ParseAndCompile(source, false);
+    ASSERT_NE(unit, nullptr);
+    ASSERT_EQ(unit->status, 0) << (unit->errorCount > 0 ? unit->errors[0] : "");
+    std::unordered_map<std::string, uint32_t> lowest;
+    for (int32_t i = unit->nameCount - 1; i >= 0; i--) {
+        if (unit->names[i]) lowest[unit->names[i]] = static_cast<uint32_t>(i);
+    }
+    std::unordered_map<std::string, int> declared;
+    for (int32_t i = 0; i < unit->varCount; i++) {
+        uint32_t index = unit->vars[i]->nameIndex;
+        ASSERT_LT(static_cast<int32_t>(index), unit->nameCount) << i;
+        ASSERT_NE(unit->names[index], nullptr) << i;
+        std::string name = unit->names[index];
+        EXPECT_EQ(lowest[name], index) << name;
+        declared[name]++;
+    }
+    // Every function but the one heading the hoisted list (the last) gets its `var`, which the
+    // names' walk collects and hoists again: two declarations more than the last function's names
+    // have. Every `w` is declared twice, hoisted and where it is written.
+    int last = declared["f" + std::to_string(kFunctions - 1)];
+    for (int i = 0; i < kFunctions - 1; i++) EXPECT_EQ(declared["f" + std::to_string(i)], last + 2) << i;
+    for (int i = 0; i < kVars; i++) EXPECT_EQ(declared["w" + std::to_string(i)], 2) << i;
+}

@@ -220,3 +220,45 @@ TEST(HashTable, ATableOfPooledEntriesChainsAsAHeapTableAndItsClearedEntriesServe
     ClearHashTable(following);
     ResetScratch(scratch);
 }
+
+namespace {
+
+// Everything a table holds, as bytes: the record, its buckets, every chain's entries in order and
+// its index's slots.
+std::vector<uint8_t> TableBytes(const HashTable& table) {
+    std::vector<uint8_t> bytes;
+    auto add = [&bytes](const void* at, size_t size) {
+        const auto* first = static_cast<const uint8_t*>(at);
+        bytes.insert(bytes.end(), first, first + size);
+    };
+    add(&table, sizeof table);
+    if (table.buckets) {
+        add(table.buckets, sizeof(HashBucket) * (static_cast<size_t>(table.mask) + 1));
+        for (int32_t bucket = 0; bucket <= table.mask; bucket++) {
+            for (const HashEntry* entry = table.buckets[bucket].first; entry; entry = entry->next) add(entry, sizeof *entry);
+        }
+    }
+    if (table.index) add(table.index, sizeof(HashIndexSlot) * (static_cast<size_t>(table.indexMask) + 1));
+    return bytes;
+}
+
+}  // namespace
+
+// Asking for the memory of a hash's lookup reads nothing and changes nothing: on a table with no
+// buckets yet, one that walks its chains and one with an index, for hashes it holds and others.
+TEST(HashTable, AskingForAHashsSlotChangesNothing) {
+    std::vector<int> values(5000);
+    for (int entries : {0, 3, 5000}) {
+        HashTable table{};
+        InitHashTable(table, 16);
+        for (int i = 0; i < entries; i++) HashInsertHashed(table, static_cast<uint32_t>(i) * 0x9E3779B1u, &values[static_cast<size_t>(i)]);
+        EXPECT_EQ(table.index != nullptr, entries == 5000);
+        std::vector<uint8_t> before = TableBytes(table);
+        for (uint32_t k = 0; k < 6000; k++) HashPrefetch(table, k * 0x9E3779B1u);
+        EXPECT_EQ(TableBytes(table), before) << entries;
+        for (int i = 0; i < entries; i++) {
+            ASSERT_EQ(HashFindFirst(table, static_cast<uint32_t>(i) * 0x9E3779B1u)->value, &values[static_cast<size_t>(i)]);
+        }
+        ClearHashTable(table);
+    }
+}

@@ -366,12 +366,76 @@ void PrefetchNodesAfter(const Node* statement) {
 // first. Among long statements it looks at nothing ahead: their few lookups are a small part of
 // their compile, and even following the list three statements on would wait for memory that the
 // compile's own prefetches bring in time. Nothing ahead is changed, only read.
+// A run of `var` statements looks ahead at their names in four steps, each this many statements
+// before the declaration: the statement's nodes (the hoisted ones were made long before, a
+// statement and its name one after the other), the name's text record, its text, then (hashed)
+// its slot in the global scope's variable index.
+constexpr int32_t kVarStepNodes = 16;
+constexpr int32_t kVarStepRecord = 12;
+constexpr int32_t kVarStepText = 8;
+constexpr int32_t kVarStepSlot = 4;
+
+// The statements each step looks at, while a run of `var` statements lasts (null past the list's
+// end).
+struct VarRunAhead {
+    const Node* nodes;
+    const Node* record;
+    const Node* text;
+    const Node* slot;
+};
+
+const Node* StatementsOn(const Node* node, int32_t count) {
+    for (int32_t step = 0; step < count && node; step++) node = node->next;
+    return node;
+}
+
+// One step of the run's look-ahead at each of the three statements that is a `var` statement.
+// Only reads and asks for memory.
+void StepVarRunAhead(const CodeGenContext& cx, VarRunAhead& ahead) {
+    if (ahead.nodes) {
+        PrefetchNodesAhead(ahead.nodes, 0);
+        PrefetchNodesAhead(ahead.nodes, 128);
+    }
+    if (ahead.record && ahead.record->kind == LEX_VAR) {
+        for (const Node* name = ahead.record->first; name; name = name->next) __builtin_prefetch(name->text);
+    }
+    if (ahead.text && ahead.text->kind == LEX_VAR) {
+        for (const Node* name = ahead.text->first; name; name = name->next) {
+            if (name->text) __builtin_prefetch(name->text->text);
+        }
+    }
+    if (ahead.slot && ahead.slot->kind == LEX_VAR) {
+        const HashTable& vars = static_cast<const ScopeRecord*>(cx.scopes.last->value)->vars;
+        for (const Node* name = ahead.slot->first; name; name = name->next) HashPrefetch(vars, NodeNameHash(name));
+    }
+}
+
 void CompileTopLevelStatements(CodeGenContext& cx, Node* list) {
     NamesAhead names;
     ClearNamesAhead(names);
     const Node* ahead = nullptr;   // three statements on, while the statements are short
     bool previousShort = false;
+    // A run of `var` statements (the hoisted ones head the list: thousands in a script of thousands
+    // of functions) declares a new name in the global scope at each, a lookup in an index far
+    // larger than the caches: kVarStatementsAhead on, while the run lasts.
+    VarRunAhead vars{};
+    bool inVarRun = false;
     for (Node* node = list; node; node = node->next) {
+        if (node->kind != LEX_VAR) {
+            inVarRun = false;
+        } else {
+            if (!inVarRun) {
+                vars = VarRunAhead{StatementsOn(node, kVarStepNodes), StatementsOn(node, kVarStepRecord),
+                                   StatementsOn(node, kVarStepText), StatementsOn(node, kVarStepSlot)};
+                inVarRun = true;
+            } else {
+                vars = VarRunAhead{NextOf(vars.nodes), NextOf(vars.record), NextOf(vars.text), NextOf(vars.slot)};
+            }
+            StepVarRunAhead(cx, vars);
+        }
+        // The next statement's node, while this one compiles: a function's whole tree lies between
+        // two top-level functions.
+        if (node->next) PrefetchNodesAhead(node->next, 0);
         bool isShort = IsShortStatement(node);
         if (!isShort) {
             ahead = nullptr;

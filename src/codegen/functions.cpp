@@ -39,6 +39,11 @@ void PopAsVariable(CodeGenContext& cx) { EmitConvToVariable(cx, PopType(cx)); }
 void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
     uint8_t savedTopLevel = cx.topLevel;
     cx.topLevel = 0;
+    // The enclosing scope's function table takes the function once its body is compiled: in a
+    // script of thousands of functions its slot for the name is long out of the caches by then
+    // unless asked for now.
+    uint32_t nameHash = NameHash(name);
+    HashPrefetch(static_cast<ScopeRecord*>(cx.scopes.last->value)->extra, nameHash);
 
     // Built in the context's scratch text and copied into the name table when it is new; nothing
     // below writes the scratch text before that. Hashed once for both indexes.
@@ -85,7 +90,7 @@ void CompileFunction(CodeGenContext& cx, Node* node, const char* name) {
     PlaceLabel(cx, endFunction);
 
     ScopeRecord* enclosing = static_cast<ScopeRecord*>(cx.scopes.last->value);
-    HashInsert(enclosing->extra, name, record);
+    HashInsertHashed(enclosing->extra, nameHash, record);
     SetFunctionRecord(qualified, nameIsKept, position, record);
 
     // The name's first id, which is what interning its text again would return.

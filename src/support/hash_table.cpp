@@ -195,6 +195,15 @@ HashEntry* HashFindFirst(const HashTable& table, uint32_t hash) {
     return nullptr;
 }
 
+void HashPrefetch(const HashTable& table, uint32_t hash) {
+    if (!table.buckets) return;
+    if (table.index) {
+        __builtin_prefetch(&table.index[Spread(hash) & table.indexMask]);
+    } else {
+        __builtin_prefetch(&table.buckets[hash & static_cast<uint32_t>(table.mask)]);
+    }
+}
+
 void ClearHashTable(HashTable& table) {
     std::free(table.index);
     table.index = nullptr;

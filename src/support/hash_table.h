@@ -62,6 +62,9 @@ void InitHashTable(HashTable& table, int32_t bucketCount, HashEntryPool* entries
 HashEntry* HashInsertHashed(HashTable& table, uint32_t hash, void* value);
 // The first entry of the bucket whose hash equals, or null.
 HashEntry* HashFindFirst(const HashTable& table, uint32_t hash);
+// Asks for the memory that a lookup or an insertion of `hash` reads first (its index slot, else
+// its bucket), for one that comes later; changes nothing.
+void HashPrefetch(const HashTable& table, uint32_t hash);
 // Detaches every chain from the last bucket down, frees the entries (or gives them back to their
 // pool; never their values), the index and the bucket array.
 void ClearHashTable(HashTable& table);
