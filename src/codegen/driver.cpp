@@ -417,7 +417,7 @@ void CompileTopLevelStatements(CodeGenContext& cx, Node* list) {
     bool previousShort = false;
     // A run of `var` statements (the hoisted ones head the list: thousands in a script of thousands
     // of functions) declares a new name in the global scope at each, a lookup in an index far
-    // larger than the caches: kVarStatementsAhead on, while the run lasts.
+    // larger than the caches: the run looks ahead at the names (VarRunAhead) while it lasts.
     VarRunAhead vars{};
     bool inVarRun = false;
     for (Node* node = list; node; node = node->next) {
