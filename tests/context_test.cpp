@@ -844,6 +844,27 @@ TEST(FunctionRecords, ThousandsOfNamesAreFoundAndATakenBackTailLeavesTheRestReac
     }
 }
 
+// Asking for the slot where a qualified name's lookup starts reads nothing and changes nothing:
+// before the index is made, while it grows, for names it holds and names it does not.
+TEST(FunctionRecords, AskingForALookupsSlotChangesNothing) {
+    ResetProcessState();
+    EnsureLibraryInitialised();
+    auto snapshot = [] {
+        const FunctionIndex& index = State().functionIndex;
+        std::string bytes(reinterpret_cast<const char*>(&index), sizeof index);
+        if (index.slots) bytes.append(reinterpret_cast<const char*>(index.slots), (index.mask + 1) * sizeof(FunctionSlot));
+        return bytes;
+    };
+    std::vector<FunctionRecord> records(2000);
+    for (int i = 0; i < 2000; i++) {
+        std::string before = snapshot();
+        for (int k = i - 3; k <= i + 3; k++) PrefetchFunctionRecord(TextHash(("g" + std::to_string(k)).c_str()));
+        ASSERT_EQ(snapshot(), before) << i;
+        SetFunctionRecord(("g" + std::to_string(i)).c_str(), -1, &records[static_cast<size_t>(i)]);
+    }
+    for (int i = 0; i < 2000; i++) ASSERT_EQ(FindFunctionRecord(("g" + std::to_string(i)).c_str()), i);
+}
+
 TEST(FunctionRecords, AKeptNameIsIndexedWhereItLiesAndAnyOtherNameByACopy) {
     ResetProcessState();
     EnsureLibraryInitialised();

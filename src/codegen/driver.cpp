@@ -410,6 +410,31 @@ void StepVarRunAhead(const CodeGenContext& cx, VarRunAhead& ahead) {
     }
 }
 
+// A function declaration's name (its first child's lasting text), or null.
+const char* DeclaredName(const Node* statement) {
+    if (!statement || statement->kind != LEX_FUNCTION || !statement->first) return nullptr;
+    const RefString* text = statement->first->text;
+    return IsLastingText(text) ? text->text : nullptr;
+}
+
+// The top-level loop looks ahead at the function declarations to come in three steps: three
+// statements on, the nodes (a function's node, its name's text record and its name's node are
+// carved one after the other); two on, the name's text; the next one, the slots of the function
+// index and the name index where the function's qualified name (at the top level, its name) will
+// be looked up. Only reads and asks for memory.
+void StepFunctionsAhead(const CodeGenContext& cx, const Node* nodes, const Node* text, const Node* slots) {
+    if (nodes) {
+        PrefetchNodesAhead(nodes, 0);
+        PrefetchNodesAhead(nodes, 128);
+    }
+    if (const char* name = DeclaredName(text)) __builtin_prefetch(name);
+    if (const char* name = DeclaredName(slots)) {
+        uint32_t hash = HashQualifiedName(cx, name, std::strlen(name)).hash;
+        PrefetchFunctionRecord(hash);
+        PrefetchNameStep(hash, kNameStepSlot);
+    }
+}
+
 void CompileTopLevelStatements(CodeGenContext& cx, Node* list) {
     NamesAhead names;
     ClearNamesAhead(names);
@@ -433,9 +458,11 @@ void CompileTopLevelStatements(CodeGenContext& cx, Node* list) {
             }
             StepVarRunAhead(cx, vars);
         }
-        // The next statement's node, while this one compiles: a function's whole tree lies between
-        // two top-level functions.
-        if (node->next) PrefetchNodesAhead(node->next, 0);
+        // The statements to come, while this one compiles: a function's whole tree lies between two
+        // top-level functions.
+        const Node* slots = node->next;
+        const Node* text = NextOf(slots);
+        StepFunctionsAhead(cx, NextOf(text), text, slots);
         bool isShort = IsShortStatement(node);
         if (!isShort) {
             ahead = nullptr;

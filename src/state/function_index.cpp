@@ -89,6 +89,11 @@ int32_t FindFunctionRecord(const HashedText& qualifiedName) {
     return Probe(index, qualifiedName.text, qualifiedName.hash).position;
 }
 
+void PrefetchFunctionRecord(uint32_t hash) {
+    const FunctionIndex& index = State().functionIndex;
+    if (index.slots) __builtin_prefetch(&index.slots[hash & index.mask]);
+}
+
 bool FunctionRecordIndexAgrees() {
     FunctionIndex& index = State().functionIndex;
     int64_t used = 0;

@@ -233,6 +233,9 @@ uint64_t NameOverwrites();
 // Positions in the process-wide function-record list by qualified name (-1 when absent).
 int32_t FindFunctionRecord(const char* qualifiedName);
 int32_t FindFunctionRecord(const HashedText& qualifiedName);
+// Asks for the index slot where a lookup of a qualified name with this TextHash starts; changes
+// nothing.
+void PrefetchFunctionRecord(uint32_t hash);
 // Replaces the record at `position`, or (position -1) appends it and indexes its name; the index
 // keeps its own copy of the name.
 void SetFunctionRecord(const char* qualifiedName, int32_t position, FunctionRecord* record);
