@@ -358,14 +358,6 @@ void PrefetchNodesAfter(const Node* statement) {
     }
 }
 
-// A script of many short top-level statements (`a = b + 1;` a hundred thousand times) spends
-// most of its compile waiting for the name table: each name read is a lookup of one of thousands
-// of names, whose slot, entry and text the processor's caches no longer hold. Compiling such a
-// statement takes several times as long as a read from memory, so while the statements are short
-// the loop looks ahead (NamesAhead), having asked for the nodes after the statement three on
-// first. Among long statements it looks at nothing ahead: their few lookups are a small part of
-// their compile, and even following the list three statements on would wait for memory that the
-// compile's own prefetches bring in time. Nothing ahead is changed, only read.
 // A run of `var` statements looks ahead at their names in four steps, each this many statements
 // before the declaration: the statement's nodes (the hoisted ones were made long before, a
 // statement and its name one after the other), the name's text record, its text, then (hashed)
@@ -389,8 +381,8 @@ const Node* StatementsOn(const Node* node, int32_t count) {
     return node;
 }
 
-// One step of the run's look-ahead at each of the three statements that is a `var` statement.
-// Only reads and asks for memory.
+// One step of the run's look-ahead at each of its statements that is a `var` statement. Only
+// reads and asks for memory.
 void StepVarRunAhead(const CodeGenContext& cx, VarRunAhead& ahead) {
     if (ahead.nodes) {
         PrefetchNodesAhead(ahead.nodes, 0);
@@ -435,6 +427,15 @@ void StepFunctionsAhead(const CodeGenContext& cx, const Node* nodes, const Node*
     }
 }
 
+// A script of many short top-level statements (`a = b + 1;` a hundred thousand times) spends
+// most of its compile waiting for the name table: each name read is a lookup of one of thousands
+// of names, whose slot, entry and text the processor's caches no longer hold. Compiling such a
+// statement takes several times as long as a read from memory, so while the statements are short
+// the loop looks ahead (NamesAhead), having asked for the nodes after the statement three on
+// first. Among long statements it looks at the names inside nothing ahead: their few lookups are a
+// small part of their compile. It does look at the function declarations to come (their nodes,
+// their names and the index slots their names take: StepFunctionsAhead) and at the names a run of
+// `var` statements declares (VarRunAhead). Nothing ahead is changed, only read.
 void CompileTopLevelStatements(CodeGenContext& cx, Node* list) {
     NamesAhead names;
     ClearNamesAhead(names);
