@@ -367,10 +367,11 @@ ListShape Hoisted(const std::string& source, uint8_t topLevel, bool fromArray) {
 }  // namespace
 
 // The hoisting steps read a parsed tree's top-level statements from the parser's array: the list
-// they leave, with every link, the `var` statements they put in front and their order are those of
-// the steps that follow the list, with and without the top-level flag, whatever mix and order of
-// functions (the first statement one or not), `var`s, blocks, labels, empty statements, and
-// expressions whose `var`s send the names back to the whole walk.
+// they leave, with every link, the `var` statements they put in front and their order are those
+// they leave from the list gathered as it stands (and the names of the whole walk), with and
+// without the top-level flag, whatever mix and order of functions (the first statement one or
+// not), `var`s, blocks, labels, empty statements, and expressions whose `var`s send the names back
+// to the whole walk.
 TEST(Driver, HoistingFromTheParsersArrayLeavesTheListTheWalkLeaves) {
     EnsureLibraryInitialised();
     const std::vector<std::string> pieces{

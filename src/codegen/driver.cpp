@@ -28,14 +28,6 @@ Node* InsertAsHead(Node* head, Node* node) {
     return node;
 }
 
-// Takes `node` (not the head) out of its list.
-void Unlink(Node* node) {
-    if (node->prev) node->prev->next = node->next;
-    if (node->next) node->next->prev = node->prev;
-    node->prev = nullptr;
-    node->next = nullptr;
-}
-
 // A synthetic `var name` statement positioned at `where`.
 // The declaration joins the tree, so it is made in the tree's arena like the parser's nodes.
 Node* MakeVarDeclaration(RefString* name, const SourcePosition* where) {
@@ -47,26 +39,13 @@ Node* MakeVarDeclaration(RefString* name, const SourcePosition* where) {
     return declaration;
 }
 
-// Function declarations first, the later ones in front; the first node of the list stays behind them.
-Node* HoistFunctions(Node* head) {
-    for (Node* node = head; node;) {
-        PrefetchNodesAhead(node, kLightWalkPrefetchDistance);
-        Node* successor = node->next;
-        if (node->kind == LEX_FUNCTION && node != head) {
-            Unlink(node);
-            head = InsertAsHead(head, node);
-        }
-        node = successor;
-    }
-    return head;
-}
-
 // A `var` for every function declaration but the one heading the list (the last function in the
 // source gets none): the runner finds that one by its function record instead
 // (Driver.TwoFunctionsWithoutTopLevelGetTwoVarsForTheFirst). HoistFunctions moved every function
 // declaration but `firstStatement` (the list's first before it) in front of that one, so none comes
-// after it and the walk ends there, not at the end of a script of thousands of statements.
-// `declared` counts the `var` statements made.
+// after it and the walk ends there, not at the end of a script of thousands of statements; the
+// nodes it reads are those HoistFunctions has just linked. `declared` counts the `var` statements
+// made.
 Node* DeclareFunctionNames(Node* head, const Node* firstStatement, uint64_t& declared) {
     for (Node* node = head; node; node = node->next) {
         if (node->kind == LEX_FUNCTION && node != head && node->first) {
@@ -86,11 +65,11 @@ void PrefetchStatementAhead(const ParsedTree& tree, size_t at) {
     if (at + kStatementsAhead < tree.statementCount) PrefetchNodesAhead(tree.statements[at + kStatementsAhead], 0);
 }
 
-// HoistFunctions over the parser's array: the same list with the same links (the functions after
-// the first statement in front, the last of them first, then the first statement and the others
-// in order), the links of the statements that stay written only where they change. `hoisted`
-// receives the functions it moved, in source order.
-Node* HoistFunctions(const ParsedTree& tree, std::vector<Node*>& hoisted) {
+// Function declarations first, the later ones in front; the first statement stays behind them, and
+// the others follow in order. Reads the statements from the array, not along the list, and writes
+// the links of the statements that stay only where they change. Allocates nothing: the list is
+// relinked whole or not at all.
+Node* HoistFunctions(const ParsedTree& tree) {
     Node* first = tree.statements[0];
     Node* head = first;
     Node* kept = first;
@@ -98,7 +77,6 @@ Node* HoistFunctions(const ParsedTree& tree, std::vector<Node*>& hoisted) {
         PrefetchStatementAhead(tree, at);
         Node* node = tree.statements[at];
         if (node->kind == LEX_FUNCTION) {
-            hoisted.push_back(node);
             node->prev = nullptr;
             node->next = head;
             head->prev = node;
@@ -110,25 +88,6 @@ Node* HoistFunctions(const ParsedTree& tree, std::vector<Node*>& hoisted) {
         }
     }
     if (kept->next) kept->next = nullptr;
-    return head;
-}
-
-// DeclareFunctionNames after HoistFunctions(tree, hoisted), from what it moved: the list from the
-// head to `firstStatement` is those functions, the last first, then `firstStatement`. The head
-// gets no `var`, and `firstStatement`, when a function, gets one once any function is in front of
-// it.
-Node* DeclareFunctionNames(Node* head, const std::vector<Node*>& hoisted, Node* firstStatement, uint64_t& declared) {
-    if (hoisted.empty()) return head;
-    for (size_t at = hoisted.size() - 1; at-- > 0;) {
-        Node* node = hoisted[at];
-        if (!node->first) continue;
-        head = InsertAsHead(head, MakeVarDeclaration(node->first->text, head->position));
-        declared++;
-    }
-    if (firstStatement->kind == LEX_FUNCTION && firstStatement->first) {
-        head = InsertAsHead(head, MakeVarDeclaration(firstStatement->first->text, head->position));
-        declared++;
-    }
     return head;
 }
 
@@ -349,14 +308,19 @@ void TakeStatementNames(const Node* statement, NamesAhead& ahead) {
     }
 }
 
-// The memory of the next short statements, which the next looks ahead will read.
-void PrefetchNodesAfter(const Node* statement) {
-    if (!statement) return;
-    uintptr_t at = reinterpret_cast<uintptr_t>(statement);
-    for (uintptr_t offset = 0; offset < 2 * kShortStatementBytes; offset += 64) {
-        __builtin_prefetch(reinterpret_cast<const void*>(at + offset));
-    }
+// Asks for the `bytes` from the node on: the records the parser carved after it.
+void PrefetchCarvedAfter(const Node* node, uintptr_t bytes) {
+    if (!node) return;
+    uintptr_t at = reinterpret_cast<uintptr_t>(node);
+    for (uintptr_t offset = 0; offset < bytes; offset += 64) __builtin_prefetch(reinterpret_cast<const void*>(at + offset));
 }
+
+// The memory of the next short statements, which the next looks ahead will read.
+void PrefetchNodesAfter(const Node* statement) { PrefetchCarvedAfter(statement, 2 * kShortStatementBytes); }
+
+// A statement's node, and the records carved right after it: a hoisted `var`'s name node, a
+// function's name and its text record.
+constexpr uintptr_t kStatementHeadBytes = 256;
 
 // A run of `var` statements looks ahead at their names in four steps, each this many statements
 // before the declaration: the statement's nodes (the hoisted ones were made long before, a
@@ -384,10 +348,7 @@ const Node* StatementsOn(const Node* node, int32_t count) {
 // One step of the run's look-ahead at each of its statements that is a `var` statement. Only
 // reads and asks for memory.
 void StepVarRunAhead(const CodeGenContext& cx, VarRunAhead& ahead) {
-    if (ahead.nodes) {
-        PrefetchNodesAhead(ahead.nodes, 0);
-        PrefetchNodesAhead(ahead.nodes, 128);
-    }
+    PrefetchCarvedAfter(ahead.nodes, kStatementHeadBytes);
     if (ahead.record && ahead.record->kind == LEX_VAR) {
         for (const Node* name = ahead.record->first; name; name = name->next) __builtin_prefetch(name->text);
     }
@@ -415,10 +376,7 @@ const char* DeclaredName(const Node* statement) {
 // index and the name index where the function's qualified name (at the top level, its name) will
 // be looked up. Only reads and asks for memory.
 void StepFunctionsAhead(const CodeGenContext& cx, const Node* nodes, const Node* text, const Node* slots) {
-    if (nodes) {
-        PrefetchNodesAhead(nodes, 0);
-        PrefetchNodesAhead(nodes, 128);
-    }
+    PrefetchCarvedAfter(nodes, kStatementHeadBytes);
     if (const char* name = DeclaredName(text)) __builtin_prefetch(name);
     if (const char* name = DeclaredName(slots)) {
         uint32_t hash = HashQualifiedName(cx, name, std::strlen(name)).hash;
@@ -493,17 +451,23 @@ void CompileStatements(CodeGenContext& cx, Node* list, int flag) {
 // Hoisted: var declarations (reverse collection order), functions (reverse source order), the rest.
 void CompileProgram(CodeGenContext& cx, Node* firstStatement) {
     if (!firstStatement) return;
-    // The parser's array, when it is this list's.
-    const ParsedTree* tree = cx.parsed && cx.parsed->statementCount > 0 && cx.parsed->statements[0] == firstStatement ? cx.parsed : nullptr;
-    std::vector<Node*> hoisted;
-    Node* head = tree ? HoistFunctions(*tree, hoisted) : HoistFunctions(firstStatement);
-    uint64_t declared = 0;
-    if (!cx.topLevel) {
-        head = tree ? DeclareFunctionNames(head, hoisted, firstStatement, declared) : DeclareFunctionNames(head, firstStatement, declared);
+    // The top-level statements: the parser's array when it is this list's, else the list gathered
+    // into one (a tree compiled before, or built by hand), whose `var` nodes nobody counted.
+    bool parsed = cx.parsed && cx.parsed->statementCount > 0 && cx.parsed->statements[0] == firstStatement;
+    std::vector<Node*> gathered;
+    if (!parsed) {
+        for (Node* node = firstStatement; node; node = node->next) {
+            PrefetchNodesAhead(node, kLightWalkPrefetchDistance);
+            gathered.push_back(node);
+        }
     }
+    const ParsedTree tree = parsed ? *cx.parsed : ParsedTree{gathered.data(), gathered.size(), 0};
+    Node* head = HoistFunctions(tree);
+    uint64_t declared = 0;
+    if (!cx.topLevel) head = DeclareFunctionNames(head, firstStatement, declared);
     std::vector<RefString*> names;
     try {
-        if (!tree || !CollectStatementVarNames(*tree, head, declared, names)) CollectVarNames(head, names);
+        if (!parsed || !CollectStatementVarNames(tree, head, declared, names)) CollectVarNames(head, names);
         for (RefString* name : names) head = InsertAsHead(head, MakeVarDeclaration(name, head->position));
     } catch (...) {
         for (RefString* name : names) ReleaseRefString(name);
